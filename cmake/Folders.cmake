@@ -1,0 +1,15 @@
+# agent_folder(NAME SOURCES a.cpp ... LINK other ...): the library of one folder of src/.
+# It links exactly the folders that it may include; include paths start at src/.
+function(agent_folder name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK;PRIVATE_LINK" ${ARGN})
+  if(ARG_SOURCES)
+    add_library(agent_${name} STATIC ${ARG_SOURCES})
+    target_include_directories(agent_${name} PUBLIC ${CMAKE_SOURCE_DIR}/src)
+    target_link_libraries(agent_${name} PUBLIC ${ARG_LINK} PRIVATE agent_options ${ARG_PRIVATE_LINK})
+  else()
+    add_library(agent_${name} INTERFACE)
+    target_include_directories(agent_${name} INTERFACE ${CMAKE_SOURCE_DIR}/src)
+    target_link_libraries(agent_${name} INTERFACE ${ARG_LINK})
+  endif()
+  add_library(agent::${name} ALIAS agent_${name})
+endfunction()

@@ -1,0 +1,9 @@
+# Every target of this project links agent_options: warnings, hardening and nothing else.
+add_library(agent_options INTERFACE)
+target_compile_options(agent_options INTERFACE
+  -Wall -Wextra -Wshadow -Wconversion -Wformat=2 -Werror -fstack-protector-strong
+  $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+  $<$<AND:$<CONFIG:Release>,$<STREQUAL:${INET_AGENT_SANITIZE},>>:-D_FORTIFY_SOURCE=2>)
+target_link_options(agent_options INTERFACE -Wl,-z,relro,-z,now,--as-needed)
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)

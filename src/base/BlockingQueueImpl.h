@@ -1,0 +1,29 @@
+#pragma once
+
+#include "base/BlockingQueue.h"
+#include "base/List.h"
+#include "base/WaitableBase.h"
+
+namespace zv_loc_fw {
+
+class BlockingQueueImpl : public BlockingQueue, public WaitableBase {
+public:
+    explicit BlockingQueueImpl(const char* name);
+    ~BlockingQueueImpl() override;
+
+    int push(void* item) override;
+    int close() override;
+    int pop(void** item, const timespec* deadline, bool* closed) override;
+    int pop(void** item, const TimeDiff& timeout, bool* closed) override;
+
+protected:
+    int ZeroIfShouldWaitAgain_locked() override REQUIRES(mMutex);
+
+private:
+    const char* mName;
+
+    Queue<void*> mItems GUARDED_BY(mMutex);
+    bool mClosed GUARDED_BY(mMutex) = false;
+};
+
+}  // namespace zv_loc_fw

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <cstddef>
+#include <utility>
+
+#include "base/log.h"
+
+namespace zv_loc_fw {
+
+/// A minimal singly linked list: a head and a count, newest node first. It owns its nodes, never what their values
+/// point to. Not thread-safe: its owner guards it.
+template <typename T>
+class List {
+public:
+    struct Node {
+        Node* next;
+        T value;
+    };
+
+    List() = default;
+    ~List() { clear(); }
+    List(const List&) = delete;
+    List& operator=(const List&) = delete;
+
+    [[nodiscard]] size_t count() const { return mCount; }
+    [[nodiscard]] bool empty() const { return mHead == nullptr; }
+    [[nodiscard]] Node* head() const { return mHead; }
+
+    /// Adds a node at the head.
+    void push(T value) {
+        mHead = new Node{mHead, std::move(value)};
+        ++mCount;
+    }
+
+    /// Removes one node, given as found while walking.
+    /// @return the node that followed it, so that a walk can go on; a node that is not in the list changes nothing, is
+    ///         logged as "erase: failed %d" 1 under "List", and ends the walk
+    Node* erase(Node* node) {
+        for (Node** link = &mHead; *link != nullptr; link = &(*link)->next) {
+            if (*link == node) {
+                *link = node->next;
+                Node* next = node->next;
+                delete node;
+                --mCount;
+                return next;
+            }
+        }
+        log_error("List", "erase: failed %d", 1);
+        return nullptr;
+    }
+
+    /// Frees every node and leaves the list empty.
+    void clear() {
+        while (mHead != nullptr) {
+            Node* node = mHead;
+            mHead = node->next;
+            delete node;
+        }
+        mCount = 0;
+    }
+
+protected:
+    Node* mHead = nullptr;
+    size_t mCount = 0;
+};
+
+/// First in, first out: pushed at the head, popped at the tail, which is found by walking (simple on purpose).
+template <typename T>
+class Queue : public List<T> {
+public:
+    /// Removes the oldest value.
+    /// @return 0; 2 empty; 3 count and list disagree: logged as "pop: failed %d" under "Queue", the count is reset
+    [[nodiscard]] int pop(T* value) {
+        if (this->mCount == 0) {
+            return 2;
+        }
+        if (this->mHead == nullptr) {
+            log_error("Queue", "pop: failed %d", 3);
+            this->mCount = 0;
+            return 3;
+        }
+        typename List<T>::Node** link = &this->mHead;
+        while ((*link)->next != nullptr) {
+            link = &(*link)->next;
+        }
+        *value = std::move((*link)->value);
+        delete *link;
+        *link = nullptr;
+        --this->mCount;
+        return 0;
+    }
+};
+
+}  // namespace zv_loc_fw
