@@ -31,9 +31,9 @@ inline constexpr const char* kHttpRespDataSize = "HTTP-RESP-DATA-SIZE";  ///< in
 inline constexpr const char* kHttpRetryAfter = "HTTP-RETRY-AFTER";       ///< int32: seconds
 
 // Texts of error replies, in kCurlError
-inline constexpr const char* kNotReady = "Inet agent not ready";
-inline constexpr const char* kQueuedJobTimedOut = "queued job timed out before execution";
-inline constexpr const char* kActiveJobTimedOut = "active job timed out";
+inline constexpr const char* kErrorNotReady = "Inet agent not ready";
+inline constexpr const char* kErrorQueuedJobTimedOut = "queued job timed out before execution";
+inline constexpr const char* kErrorActiveJobTimedOut = "active job timed out";
 
 // The worker's message to its own controller
 inline constexpr const char* kHttpResult = "HTTP-RESULT";  ///< "REQ"

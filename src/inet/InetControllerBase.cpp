@@ -127,7 +127,7 @@ int InetControllerBase::processRequest(std::unique_ptr<MqMsgWrapper>& message) {
     if (mState == kNotReady) {
         log_warning(mControllerName, "_process not ready");
         // A failure either way: deliberate.
-        return sendErrorResponse(message->card(), kNotReady) == 0 ? 21 : 20;
+        return sendErrorResponse(message->card(), kErrorNotReady) == 0 ? 21 : 20;
     }
     if (mState == kActiveTimedOut && !mWarnedOfMissingResult) {
         log_warning(mControllerName, "still no result of a job that timed out; until it comes, requests only expire");
@@ -293,7 +293,7 @@ int InetControllerBase::expireActiveJob() {
     if (mActiveRequestHeader == nullptr) {
         return 2;
     }
-    if (sendErrorResponse(mActiveRequestHeader.get(), kActiveJobTimedOut) != 0) {
+    if (sendErrorResponse(mActiveRequestHeader.get(), kErrorActiveJobTimedOut) != 0) {
         return 3;
     }
     mActiveRequestHeader.reset();

@@ -186,7 +186,7 @@ int InetControllerJobQueue::notifyQueuedJobTimeout(MqMsgWrapper* job, int no_car
         result = 2;
     } else if (job->card() == nullptr) {
         result = no_card;
-    } else if (mOwner->sendErrorResponse(job->card(), agent_protocol::kQueuedJobTimedOut) != 0) {
+    } else if (mOwner->sendErrorResponse(job->card(), agent_protocol::kErrorQueuedJobTimedOut) != 0) {
         result = not_sent;
     }
     if (result != 0) {

@@ -14,6 +14,10 @@ constexpr char kTag[] = "MemoryStream";
 
 }  // namespace
 
+InMemoryStream* InMemoryStream::createInstance() {
+    return new (std::nothrow) InMemoryStreamImpl;
+}
+
 int InMemoryStreamImpl::setBufferOwnership(const void** buffer, size_t size) {
     int result = 0;
     if (buffer == nullptr) {

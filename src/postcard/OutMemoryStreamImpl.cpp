@@ -27,6 +27,10 @@ int fail(int expand_result) {
 
 }  // namespace
 
+OutMemoryStream* OutMemoryStream::createInstance() {
+    return new (std::nothrow) OutMemoryStreamImpl;
+}
+
 int OutMemoryStreamImpl::refuse() {
     return fail(kNothingToAppend);
 }
