@@ -61,10 +61,8 @@ TEST_F(MutexTest, FailedConstructionIsLoggedAndStillLocks) NO_THREAD_SAFETY_ANAL
 }
 
 TEST_F(MutexTest, FailedDestructionIsLogged) {
-    {
-        const MutexImpl mutex("m", false);
-        static Fault fault("pthread_mutex_destroy", EBUSY);
-    }
+    const Fault fault("pthread_mutex_destroy", EBUSY);
+    { const MutexImpl mutex("m", false); }
     EXPECT_THAT(mLog.texts(), ElementsAre("[m] ~MutexImpl: pthread_mutex_destroy rc: 16, [Device or resource busy]"));
 }
 
