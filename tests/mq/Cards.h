@@ -1,5 +1,8 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <utility>
@@ -27,5 +30,16 @@ inline std::string textOf(zv_loc_fw::InPostcard& card, const char* name) {
     const char* value = nullptr;
     return card.getString(name, &value) == 0 ? value : "(absent)";
 }
+
+/// Takes the socket directory away for the length of a scope.
+class MissingSocketDirectory {
+public:
+    MissingSocketDirectory() { EXPECT_EQ(std::rename(kDirectory, kAway), 0); }
+    ~MissingSocketDirectory() { EXPECT_EQ(std::rename(kAway, kDirectory), 0); }
+
+private:
+    static constexpr const char* kDirectory = "/dev/socket/location/mq";
+    static constexpr const char* kAway = "/dev/socket/location/away";
+};
 
 }  // namespace mq_test

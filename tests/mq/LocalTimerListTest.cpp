@@ -12,7 +12,7 @@ using namespace zv_loc_fw;
 
 class Data : public TimerDataInterface {
 public:
-    explicit Data(int id) : id(id) {}
+    explicit Data(int number) : id(number) {}
     bool operator==(const TimerDataInterface& other) const override {
         const auto* data = dynamic_cast<const Data*>(&other);
         return data != nullptr && data->id == id;

@@ -216,7 +216,7 @@ TEST_F(ControllerBase, WithoutItsOwnHookItSaysSo) {
 }
 
 TEST_F(ControllerBase, AMissingSocketDirectoryEndsTheLoopAtOnce) {
-    ASSERT_EQ(::rename("/dev/socket/location/mq", "/dev/socket/location/away"), 0);
+    const mq_test::MissingSocketDirectory missing;
     TestController controller("homeless");
     ASSERT_EQ(controller.init(), 0);
     ASSERT_EQ(controller.launch(), 0);

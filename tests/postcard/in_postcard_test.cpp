@@ -81,6 +81,8 @@ TEST_F(InPostcardTest, ReadsEverySimpleTypeAndArrayBack) {
     }
     ZV_POSTCARD_ARRAY_TYPES(ZV_GET)
 #undef ZV_GET
+    uint8_t last = 0;
+    EXPECT_EQ(kFieldAbsent, reader->getUInt8("lost", last));
     EXPECT_EQ("", said());
 }
 
@@ -199,6 +201,7 @@ TEST_F(InPostcardTest, TakesTheWritersBytesOver) {
     EXPECT_EQ(3, unfinished->getInt32("v", value));
     EXPECT_EQ("extract error 5; findName failed 102, field index 0; get simple failed 3", said());
     EXPECT_EQ(3, open->finalize());
+    EXPECT_EQ(0, open->addBool("v", true));  // of no use, but harmless
 }
 
 TEST_F(InPostcardTest, OwnsAHandedOverStreamAndBorrowsAsTold) {

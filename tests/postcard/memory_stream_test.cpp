@@ -37,6 +37,7 @@ TEST_F(MemoryStreamTest, GrowsWhenTheRequestEqualsTheFreeSpace) {
     OutMemoryStreamImpl small;
     EXPECT_EQ(nullptr, small.getBuffer());
     EXPECT_EQ(1u, fillUntilGrowth(small));
+    EXPECT_EQ(nullptr, small.claim(63));
     EXPECT_EQ(64u, fillUntilGrowth(small));
     EXPECT_EQ(128u, fillUntilGrowth(small));
 
