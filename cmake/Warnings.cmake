@@ -2,8 +2,10 @@
 add_library(agent_options INTERFACE)
 target_compile_options(agent_options INTERFACE
   -Wall -Wextra -Wshadow -Wconversion -Wformat=2 -Werror -fstack-protector-strong
-  $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
-  $<$<AND:$<CONFIG:Release>,$<STREQUAL:${INET_AGENT_SANITIZE},>>:-D_FORTIFY_SOURCE=2>)
+  $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
+if(NOT INET_AGENT_SANITIZE)
+  target_compile_options(agent_options INTERFACE $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
+endif()
 target_link_options(agent_options INTERFACE -Wl,-z,relro,-z,now,--as-needed)
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)

@@ -39,6 +39,8 @@ public:
 };
 
 /// Whether push() left the item with the caller, who then has to release it.
-[[nodiscard]] constexpr bool pushKeptItemOut(int push_result) { return push_result == 2 || push_result == 3; }
+[[nodiscard]] constexpr bool pushKeptItemOut(int push_result) {
+    return push_result == 2 || push_result == 3;
+}
 
 }  // namespace zv_loc_fw

@@ -14,7 +14,8 @@ public:
     int push(void* item) override;
     int close() override;
     int pop(void** item, const timespec* deadline, bool* closed) override;
-    int pop(void** item, const TimeDiff& timeout, bool* closed) override;
+    // Exempt: the mutex is held, or not, by the result of lock_and_wait.
+    int pop(void** item, const TimeDiff& timeout, bool* closed) override NO_THREAD_SAFETY_ANALYSIS;
 
 protected:
     int ZeroIfShouldWaitAgain_locked() override REQUIRES(mMutex);

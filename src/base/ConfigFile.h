@@ -37,7 +37,8 @@ public:
     /// @return 0; kAbsent; 3 no key; 4 no output; 101, 111 no memory
     virtual int getStringDup(const char* key, const char** value, const char* default_value) const = 0;
     /// Decimal, 0x hexadecimal or 0 octal. The output is written on success only.
-    /// @return 0; kAbsent; 3 no key; 101 empty, 102 beyond 64 bits, 103 conversion, 104 trailing text, 105 beyond 32 bits
+    /// @return 0; kAbsent; 3 no key; 101 empty, 102 beyond 64 bits, 103 conversion, 104 trailing text,
+    ///         105 beyond 32 bits
     virtual int getInt32(const char* key, int32_t& value) const = 0;
     /// An absent key is the default and 0; an error stays an error and leaves the output untouched.
     virtual int getInt32Default(const char* key, int32_t& value, const int32_t& default_value) const = 0;

@@ -27,10 +27,14 @@ public:
     /// For condition variables that wait with this mutex.
     pthread_mutex_t* native() { return &mMutex; }
 
+    /// Traces every lock and unlock at verbose level; off at first. For the owner, before others use the mutex.
+    void setVerbose(bool verbose) { mVerbose = verbose; }
+
 private:
     const char* mName;
     bool mVerbose = false;
-    pthread_mutex_t mMutex;
+    // What is left when construction fails: still an error-checking mutex.
+    pthread_mutex_t mMutex = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
 };
 
 }  // namespace zv_loc_fw

@@ -38,6 +38,8 @@ public:
     /// @param unused has no effect on the clock chosen
     explicit Timestamp(bool unused = true);
 
+    /// Reads the given clock; a failure is logged and leaves the stamp invalid.
+    [[nodiscard]] static Timestamp now(int32_t clock_id);
     /// A valid stamp of given value, normalised; for stamps that do not come from a clock.
     [[nodiscard]] static Timestamp at(int32_t clock_id, int64_t seconds, int64_t nanoseconds);
 
@@ -54,13 +56,17 @@ public:
 
     /// Same clock, later by the span. Invalid operands: _exit(-1), no message. Overflow aborts.
     [[nodiscard]] Timestamp operator+(const TimeDiff& span) const;
-    /// The span from other to this, its seconds and nanoseconds narrowed to 32 bits (beyond about 68 years it wraps: deliberate). A
-    /// negative result is logged and returned. Invalid operands or different clocks: _exit(-1).
+    /// The span from other to this, its seconds and nanoseconds narrowed to 32 bits (beyond about 68 years it wraps:
+    /// deliberate). A negative result is logged and returned. Invalid operands or different clocks: _exit(-1).
     [[nodiscard]] TimeDiff operator-(const Timestamp& other) const;
-    /// Not earlier than other; compared in 64 bits, without a log line. Invalid operands or different clocks: _exit(-1).
+    /// Not earlier than other; compared in 64 bits, without a log line. Invalid operands or different clocks:
+    /// _exit(-1).
     [[nodiscard]] bool operator>=(const Timestamp& other) const;
 
 private:
+    struct Unset {};
+    explicit Timestamp(Unset /*tag*/) {}
+
     bool mValid = false;
     int32_t mClockId = -1;
     int64_t mSeconds = 0;

@@ -33,6 +33,9 @@ public:
     /// The same for all waiters.
     virtual int signal_all_and_then_unlock() RELEASE(mMutex);
 
+    /// Traces every step at verbose level; off at first. For the owner, before others use the object.
+    void setVerbose(bool verbose) { mVerbose = verbose; }
+
     WaitableBase(const WaitableBase&) = delete;
     WaitableBase& operator=(const WaitableBase&) = delete;
 
@@ -43,10 +46,14 @@ protected:
     /// 0: keep waiting. Called with the mutex held; must not lock it.
     virtual int ZeroIfShouldWaitAgain_locked() REQUIRES(mMutex) = 0;
 
-    pthread_cond_t mCondition;
     MutexImpl mMutex;
 
 private:
+    void trace(const char* text) const;
+    int wait(const TimeDiff& timeout) REQUIRES(mMutex);
+    int unlockAfterSignal(int signal_result, int& error) RELEASE(mMutex);
+
+    pthread_cond_t mCondition = PTHREAD_COND_INITIALIZER;
     const char* mName;
     bool mVerbose = false;
 };

@@ -31,8 +31,10 @@ void log_verbose(const char* tag, const char* format, ...) ZV_PRINTF(2, 3);
 
 /// As log_error, without taking the global lock: for reports about locks themselves.
 void log_error_no_lock(const char* tag, const char* format, ...) ZV_PRINTF(2, 3);
+/// The same for the traces of locks, off by default.
+void log_verbose_no_lock(const char* tag, const char* format, ...) ZV_PRINTF(2, 3);
 
-/// The worker of all six; the caller holds the global lock, or knows why not.
+/// The worker of them all; the caller holds the global lock, or knows why not.
 void vlog(const char* tag, ERROR_LEVEL level, const char* format, va_list args) ZV_PRINTF(3, 0);
 
 /// Sets the threshold of every tag that has none of its own. 0 (nothing passes) until the first call.

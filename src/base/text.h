@@ -19,10 +19,16 @@ inline size_t copyText(char* destination, const char* source, size_t size) {
 }
 
 /// The space character and the codes 9 to 13.
-constexpr bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+constexpr bool isBlank(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
 
-constexpr bool isAsciiLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+constexpr bool isAsciiLetter(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
 
-constexpr bool isAsciiDigit(char c) { return c >= '0' && c <= '9'; }
+constexpr bool isAsciiDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 }  // namespace zv_loc_fw

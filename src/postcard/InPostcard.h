@@ -18,7 +18,8 @@ inline constexpr int kFieldAbsent = -1;
 /// several fields with one name and type the first is read. Bytes from a stranger are safe to read.
 ///
 /// Getters return 0, kFieldAbsent, or a positive code, logged under "InPostcard"; the output is then untouched unless
-/// stated otherwise. Codes shared by all: 2 no name. Strings, blobs and nested cards point into the reader's bytes.
+/// stated otherwise. Codes shared by all: 2 no name, and then no output is touched. Strings, blobs and nested cards
+/// point into the reader's bytes.
 class InPostcard {
 public:
     /// An empty reader for init(). @return the caller's; null without memory
@@ -68,7 +69,8 @@ public:
 /// An array.
 /// @param count in: elements that fit into out; out: elements there are
 /// @param out may be null, then only the count is told
-/// @return 0; 3 no count; 4 absent (not silent: deliberate) or damaged; 5 odd size; 6 empty; 7 does not fit, nothing copied
+/// @return 0; 3 no count; 4 absent (not silent: deliberate) or damaged; 5 odd size; 6 empty; 7 does not fit, nothing
+/// copied
 #define ZV_DECLARE(Suffix, Type, Code) virtual int getArray##Suffix(const char* name, int* count, Type* out) = 0;
     ZV_POSTCARD_ARRAY_TYPES(ZV_DECLARE)
 #undef ZV_DECLARE

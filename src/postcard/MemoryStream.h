@@ -3,7 +3,8 @@
 #include <cstddef>
 
 /// The byte containers under every postcard. Not thread-safe: each belongs to one card or one message at a time.
-/// Buffers that change hands are made with new char[] and freed with delete[]. Failures are logged under "MemoryStream".
+/// Buffers that change hands are made with new char[] and freed with delete[]. Failures are logged under
+/// "MemoryStream".
 namespace zv_loc_fw {
 
 /// Encoded bytes, as the transport takes them for sending.
@@ -19,6 +20,9 @@ public:
 /// A growable, append-only buffer.
 class OutMemoryStream : public MemoryStreamBase {
 public:
+    /// @return the caller's; null without memory
+    [[nodiscard]] static OutMemoryStream* createInstance();
+
     [[nodiscard]] virtual void* getBufferNonConst() = 0;
     /// Grows when the free space is not larger than n (so also when it would just fit: deliberate), to the larger of
     /// the need and twice the capacity, at least 64.
@@ -30,6 +34,9 @@ public:
 /// A read cursor over a fixed buffer.
 class InMemoryStream : public MemoryStreamBase {
 public:
+    /// @return the caller's; null without memory
+    [[nodiscard]] static InMemoryStream* createInstance();
+
     /// Adopts *buffer, to be freed with delete[], and sets it to null.
     /// @return 0; 2 null argument; 3 not set
     [[nodiscard]] virtual int setBufferOwnership(const void** buffer, size_t size) = 0;

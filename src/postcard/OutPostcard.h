@@ -21,7 +21,8 @@ namespace zv_loc_fw {
 ///
 /// Names have 1 to 255 characters; the same name may occur again. After a failed add the bytes already written stay
 /// (nothing is rolled back), so a card with a failure is not sent. One thread at a time. Failures are logged under
-/// "OutPostcard". Codes shared by every add: 2 not open, 3 no name, 4 empty name, 5 name of 256 characters or more.
+/// "OutPostcard". Codes shared by every add: 2 not open, 3 no name, 4 empty name, 5 name of 256 characters or more. A
+/// value of 4 GiB or more is refused (11) before anything is written; a card that grew so large cannot be finished (3).
 class OutPostcard {
 public:
     /// @return the caller's; null without memory
@@ -32,7 +33,7 @@ public:
     /// Opens the card. @return 0; 2 opened before; 3 no memory
     [[nodiscard]] virtual int init() = 0;
     /// Writes the length and the end byte; no field can follow. Its failure line says "init failed %d": deliberate.
-    /// @return 0; 2 not open; 3 bytes missing or not appended
+    /// @return 0; 2 not open; 3 bytes missing, too many or not appended
     [[nodiscard]] virtual int finalize() = 0;
     /// The card's bytes, owned by the card; null before init().
     [[nodiscard]] virtual MemoryStreamBase* getInternalBuffer() = 0;
@@ -47,7 +48,8 @@ public:
     [[nodiscard]] virtual int addString(const char* name, const char* value) = 0;
     /// A pointer's value, as an FT_INT64.
     [[nodiscard]] virtual int addPtr(const char* name, void* const& value) = 0;
-    /// Raw bytes. @return 0; 2 to 5 as above; 6 no data; 8 type, 9 name length, 10 name, 11 length, 12 data not appended
+    /// Raw bytes. @return 0; 2 to 5 as above; 6 no data; 8 type, 9 name length, 10 name, 11 length, 12 data not
+    /// appended
     ///         (size 0 leaves an empty blob in the card and is 12 all the same; readers stumble over it: avoid)
     [[nodiscard]] virtual int addBlob(const char* name, const void* data, size_t size) = 0;
     /// A copy of a finished card. @return 0; 2 no name; 3 no card; 4 card not finished; 5 not written

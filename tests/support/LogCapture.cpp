@@ -68,8 +68,7 @@ size_t LogCapture::count(const std::string& part) const {
 
 bool LogCapture::waitFor(const std::string& part, size_t times) const {
     std::unique_lock lock(mState->mutex);
-    return mState->arrived.wait_for(lock, std::chrono::seconds(30),
-                                    [&] { return mState->countLocked(part) >= times; });
+    return mState->arrived.wait_for(lock, std::chrono::seconds(30), [&] { return mState->countLocked(part) >= times; });
 }
 
 void LogCapture::clear() {

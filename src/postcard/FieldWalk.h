@@ -1,0 +1,132 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "postcard/FieldTable.h"
+#include "postcard/InPostcard.h"
+
+namespace zv_loc_fw {
+
+/// Steps through the fields of an encoded card. Silent, and reads nothing outside the bytes given, whatever they hold.
+/// The result codes are those of the lookup. Where bytes were wanted that are not there, `refused` is set and `wanted`
+/// bytes at `at` are what a stream over the same bytes would refuse as well.
+class FieldWalk {
+public:
+    FieldWalk() = default;
+    FieldWalk(const void* bytes, size_t size)
+        : mBytes(static_cast<const char*>(bytes)), mSize(bytes != nullptr ? size : 0) {}
+
+    /// Reads the card's header. @return 0; 4 unreadable
+    int begin() {
+        uint32_t header = 0;
+        if (!read(header)) {
+            return 4;  // header
+        }
+        mEnd = size_t{header} + sizeof(header);
+        return 0;
+    }
+
+    /// Reads type and name of the next field; `at` is then its value.
+    /// @return 0; kFieldAbsent at the end byte; 101 beyond the header's end; 102 type, 103 name length, 104 name cut
+    /// off
+    int next() {
+        if (at >= mEnd) {
+            return 101;  // the header does not agree with the fields
+        }
+        if (mEnd - at == 1) {
+            return kFieldAbsent;
+        }
+        if (!read(type)) {
+            return 102;  // type
+        }
+        if (!read(name_size)) {
+            return 103;  // name length
+        }
+        name = take(name_size);
+        if (name == nullptr) {
+            return 104;  // name
+        }
+        return 0;
+    }
+
+    /// Whether the field's name is this one. The terminating zero in the bytes is counted but not looked at.
+    [[nodiscard]] bool nameIs(const char* wanted_name, size_t length) const {
+        return size_t{name_size} == length + 1 && std::memcmp(name, wanted_name, length) == 0;
+    }
+
+    /// Steps over the value.
+    /// @return 0; 3 cut off; 100 type 0; 101 no such type; strings and cards: 102 length unreadable, 103 length 0;
+    /// blobs
+    ///         and arrays: 104 length unreadable, 2 length 0
+    int skipValue() {
+        const uint8_t width = type < kWidths.size() ? kWidths[type] : uint8_t{0};
+        if (width == 0) {
+            return type == 0 ? 100 : 101;  // no type; no such type
+        }
+        uint32_t length = width;
+        if (width == kLengthWord) {
+            const bool text_or_card = type == FT_STRING || type == FT_CARD;
+            if (!read(length)) {
+                return text_or_card ? 102 : 104;  // length word
+            }
+            if (length == 0) {
+                return text_or_card ? 103 : 2;  // empty value
+            }
+        }
+        return take(length) != nullptr ? 0 : 3;  // 3: value
+    }
+
+    /// The next n bytes; null when they are not there (no bytes wanted counts as not there).
+    const char* take(size_t n) {
+        if (n == 0 || n > mSize - at) {
+            refused = true;
+            wanted = n;
+            return nullptr;
+        }
+        const char* taken = mBytes + at;
+        at += n;
+        return taken;
+    }
+
+    template <typename T>
+    bool read(T& value) {
+        const char* bytes = take(sizeof(T));
+        if (bytes == nullptr) {
+            return false;
+        }
+        std::memcpy(&value, bytes, sizeof(T));
+        return true;
+    }
+
+    size_t at = 0;
+    uint16_t type = 0;
+    uint16_t name_size = 0;
+    const char* name = nullptr;
+    bool refused = false;
+    size_t wanted = 0;
+
+private:
+    static constexpr uint8_t kLengthWord = 0xFF;  // not a width: the value begins with a length word
+
+    static constexpr std::array<uint8_t, FT_ARRAY_FLOAT + 1> kWidths = [] {
+        std::array<uint8_t, FT_ARRAY_FLOAT + 1> widths{};
+#define ZV_SET(Suffix, Type, Code) widths[Code] = sizeof(Type);
+        ZV_POSTCARD_SIMPLE_TYPES(ZV_SET)
+#undef ZV_SET
+#define ZV_SET(Suffix, Type, Code) widths[Code] = kLengthWord;
+        ZV_POSTCARD_ARRAY_TYPES(ZV_SET)
+#undef ZV_SET
+        // An inner card's header is its length word.
+        widths[FT_CARD] = widths[FT_STRING] = widths[FT_BLOB] = kLengthWord;
+        return widths;
+    }();
+
+    const char* mBytes = nullptr;
+    size_t mSize = 0;
+    size_t mEnd = 0;  // where the header says that the card ends; may lie outside the bytes
+};
+
+}  // namespace zv_loc_fw

@@ -1,0 +1,388 @@
+#include "postcard/InPostcardImpl.h"
+
+#include <climits>
+#include <cstring>
+#include <new>
+#include <type_traits>
+#include <utility>
+
+#include "base/log.h"
+#include "postcard/FieldWalk.h"
+#include "postcard/InMemoryStreamImpl.h"
+#include "postcard/OutMemoryStreamImpl.h"
+#include "postcard/OutPostcard.h"
+
+namespace zv_loc_fw {
+
+namespace {
+
+constexpr char kTag[] = "InPostcard";
+
+constexpr int kValueNotSkippable = 105;
+
+static_assert(sizeof(void*) == sizeof(long long), "pointers travel as FT_INT64");
+
+int absentIsSuccess(int result) {
+    return result == kFieldAbsent ? 0 : result;
+}
+
+// The walk to the index-th match. Codes as findField's, from 4 on.
+int scan(FieldWalk& walk, uint16_t type, const char* name, int index, int& field, int& skip_result) {
+    int result = walk.begin();
+    if (result != 0) {
+        return result;
+    }
+    const size_t length = std::strlen(name);
+    if (length == 0) {
+        return 5;  // empty name
+    }
+    for (int matches = 0;; ++field) {
+        result = walk.next();
+        if (result != 0) {
+            return result;
+        }
+        if (walk.type == type && walk.nameIs(name, length) && matches++ == index) {
+            return 0;
+        }
+        skip_result = walk.skipValue();
+        if (skip_result != 0) {
+            return kValueNotSkippable;
+        }
+    }
+}
+
+}  // namespace
+
+InPostcard* InPostcard::createInstance() {
+    return new (std::nothrow) InPostcardImpl;
+}
+
+InPostcard* InPostcard::createInstance(OutPostcard* writer) {
+    std::unique_ptr<InPostcardImpl> reader(new (std::nothrow) InPostcardImpl);
+    if (reader == nullptr) {
+        return nullptr;
+    }
+    if (writer == nullptr) {
+        log_error(kTag, "InPostcardImpl(pInMem) failed %d", 2);  // no writer
+        return reader.release();
+    }
+    std::unique_ptr<InMemoryStreamImpl> stream(new (std::nothrow) InMemoryStreamImpl);
+    if (stream == nullptr) {
+        log_error(kTag, "InPostcardImpl(pInMem) failed %d", 3);  // no memory
+        return reader.release();
+    }
+    if (auto* written = dynamic_cast<OutMemoryStreamImpl*>(writer->getInternalBuffer()); written != nullptr) {
+        const size_t size = written->getSize();
+        const void* bytes = written->releaseBuffer().release();
+        (void)stream->setBufferOwnership(&bytes, size);
+    }
+    *reader = InPostcardImpl(std::move(stream));
+    return reader.release();
+}
+
+InPostcard* InPostcard::createInstance(InMemoryStream* stream) {
+    std::unique_ptr<InMemoryStream> owned(stream);
+    return new (std::nothrow) InPostcardImpl(std::move(owned));
+}
+
+bool InPostcard::hasField(InPostcard& card, const char* name) {
+    const InMemoryStream* stream = card.getBuffer();
+    if (stream == nullptr || name == nullptr) {
+        return false;
+    }
+    const size_t length = std::strlen(name);
+    FieldWalk walk(stream->getBuffer(), stream->getCapacity());
+    if (length == 0 || walk.begin() != 0) {
+        return false;
+    }
+    while (walk.next() == 0) {
+        if (walk.nameIs(name, length)) {
+            return true;
+        }
+        if (walk.skipValue() != 0) {
+            return false;
+        }
+    }
+    return false;
+}
+
+int InPostcardImpl::init(const void* data, size_t size, bool own) {
+    int result = 0;
+    if (data == nullptr) {
+        result = 2;  // no data
+    } else if (size == 0) {
+        result = 3;  // no bytes
+    } else {
+        mStream.reset(new (std::nothrow) InMemoryStreamImpl);
+        if (mStream == nullptr) {
+            result = 4;  // no memory
+        } else if ((own ? mStream->setBufferOwnership(&data, size) : mStream->setBufferNoDup(data, size)) != 0) {
+            result = 5;  // not adopted
+        }
+    }
+    if (result != 0) {
+        log_error(kTag, "init failed %d", result);
+    }
+    return result;
+}
+
+// Leaves the stream as if the walk had been made with it: the cursor where the walk stopped; and bytes that the walk
+// did not get are asked for once more, because the line about them is the stream's.
+void InPostcardImpl::settle(const FieldWalk& walk) {
+    (void)mStream->setGetCursor(walk.at);
+    if (walk.refused) {
+        (void)mStream->extract(nullptr, walk.wanted);
+    }
+}
+
+// As findField, but found values are left to the walk: the caller settles. The scan reads the bytes directly, which is
+// what makes a lookup cheap.
+int InPostcardImpl::locate(uint16_t type, const char* name, int index, FieldWalk& walk) {
+    int result = 0;
+    int field = 0;
+    if (name == nullptr) {
+        result = 2;  // no name
+    } else if (mStream == nullptr || mStream->setGetCursor(0) != 0) {
+        result = 3;  // no stream, or its cursor not reset
+    } else {
+        int skip_result = 0;
+        walk = FieldWalk(mStream->getBuffer(), mStream->getCapacity());
+        result = scan(walk, type, name, index, field, skip_result);
+        if (result != 0) {
+            settle(walk);
+        }
+        if (result == kValueNotSkippable) {
+            log_error(kTag, "skipValueByType failed %d, type %u", skip_result, unsigned{walk.type});
+        }
+    }
+    if (result > 0) {
+        log_error(kTag, "findName failed %d, field index %d", result, field);
+    }
+    return result;
+}
+
+int InPostcardImpl::findField(uint16_t type, const char* name, int index) {
+    FieldWalk walk;
+    const int result = locate(type, name, index, walk);
+    if (result == 0) {
+        settle(walk);
+    }
+    return result;
+}
+
+template <typename T>
+int InPostcardImpl::getSimple(eFieldType type, const char* name, T& value) {
+    int result = 0;
+    FieldWalk walk;
+    if (name == nullptr) {
+        result = 2;  // no name
+    } else if (const int found = locate(type, name, 0, walk); found == kFieldAbsent) {
+        return kFieldAbsent;
+    } else if (found != 0) {
+        result = 3;  // lookup failed
+    } else {
+        // A bool is read as its byte: any other than 0 and 1 would be no bool.
+        std::conditional_t<std::is_same_v<T, bool>, uint8_t, T> stored{};
+        if (!walk.read(stored)) {
+            result = 4;  // value cut off
+        } else if constexpr (std::is_same_v<T, bool>) {
+            value = stored == 1;
+        } else {
+            value = stored;
+        }
+        settle(walk);
+    }
+    if (result != 0) {
+        log_error(kTag, "get simple failed %d", result);
+    }
+    return result;
+}
+
+int InPostcardImpl::getPtr(const char* name, void*& value) {
+    long long stored = 0;
+    const int result = getSimple(FT_INT64, name, stored);
+    if (result == 0) {
+        value = reinterpret_cast<void*>(stored);
+    }
+    return result;
+}
+
+int InPostcardImpl::getBlobByType(const char* name, eFieldType type, const void** data, size_t* size, bool with_length,
+                                  int index) {
+    int result = 0;
+    if (name == nullptr) {
+        result = 2;  // no name
+    } else if (data == nullptr || size == nullptr) {
+        result = 3;  // no output
+    } else {
+        *data = nullptr;
+        *size = 0;
+        FieldWalk walk;
+        uint32_t length = 0;
+        if (const int found = locate(type, name, index, walk); found == kFieldAbsent) {
+            return kFieldAbsent;
+        } else if (found != 0) {
+            result = 4;  // lookup failed
+        } else {
+            if (!walk.read(length)) {
+                result = 5;  // length word cut off
+            } else if (const char* value = walk.take(length); value == nullptr) {
+                result = 7;  // value empty or cut off
+            } else {
+                *size = length;
+                *data = with_length ? value : value - sizeof(length);
+            }
+            settle(walk);
+        }
+    }
+    if (result != 0) {
+        log_error(kTag, "get blob failed %d", result);
+    }
+    return result;
+}
+
+int InPostcardImpl::getBlob(const char* name, const void** data, size_t* size) {
+    return getBlobByType(name, FT_BLOB, data, size, true, 0);
+}
+
+int InPostcardImpl::getString(const char* name, const char** value) {
+    int result = 0;
+    if (name == nullptr) {
+        result = 2;  // no name
+    } else if (value == nullptr) {
+        result = 3;  // no output
+    } else {
+        *value = nullptr;
+        const void* data = nullptr;
+        size_t size = 0;
+        if (const int found = getBlobByType(name, FT_STRING, &data, &size, true, 0); found == kFieldAbsent) {
+            return kFieldAbsent;
+        } else if (found != 0) {
+            result = 4;  // lookup failed
+        } else if (data == nullptr) {
+            result = 5;  // no value
+        } else if (size == 0) {
+            result = 6;  // empty value
+        } else if (const char* text = static_cast<const char*>(data); text[size - 1] != '\0') {
+            result = 7;  // not zero-terminated: whoever uses the text would read on beyond it
+        } else {
+            *value = text;
+        }
+    }
+    if (result != 0) {
+        log_error(kTag, "get string failed %d", result);
+    }
+    return result;
+}
+
+int InPostcardImpl::getStringDup(const char* name, const char** value) {
+    int result = 0;
+    const char* text = nullptr;
+    if (value == nullptr) {
+        result = 2;  // no output
+    } else if (const int found = getString(name, &text); found == kFieldAbsent) {
+        return kFieldAbsent;
+    } else if (found != 0) {
+        result = 3;  // getString failed
+    } else {
+        const size_t size = std::strlen(text) + 1;
+        if (char* copy = new (std::nothrow) char[size]; copy == nullptr) {
+            result = 4;  // no memory
+        } else {
+            std::memcpy(copy, text, size);
+            *value = copy;
+        }
+    }
+    if (result != 0) {
+        log_error(kTag, "get string duplicate failed %d", result);
+    }
+    return result;
+}
+
+int InPostcardImpl::getStringOptional(const char* name, const char** value) {
+    return absentIsSuccess(getString(name, value));
+}
+
+int InPostcardImpl::getCard(const char* name, InPostcard** card, int index) {
+    int result = 0;
+    if (name == nullptr) {
+        result = 2;  // no name
+    } else if (card == nullptr) {
+        result = 3;  // no output
+    } else {
+        *card = nullptr;
+        const void* data = nullptr;
+        size_t length = 0;
+        if (const int found = getBlobByType(name, FT_CARD, &data, &length, false, index); found == kFieldAbsent) {
+            return kFieldAbsent;
+        } else if (found != 0) {
+            result = 4;  // lookup failed
+        } else if (std::unique_ptr<InPostcardImpl> inner(new (std::nothrow) InPostcardImpl); inner == nullptr) {
+            result = 8;  // no memory
+        } else if (inner->init(data, length + sizeof(uint32_t), false) != 0) {
+            result = 9;  // refused by init
+        } else {
+            *card = inner.release();
+        }
+    }
+    if (result != 0) {
+        log_error(kTag, "get card failed %d", result);
+    }
+    return result;
+}
+
+template <typename T>
+int InPostcardImpl::getArray(eFieldType type, const char* name, int* count, T* out) {
+    int result = 0;
+    const void* data = nullptr;
+    size_t size = 0;
+    if (name == nullptr) {
+        result = 2;  // no name
+    } else if (count == nullptr) {
+        result = 3;  // no count
+    } else if (getBlobByType(name, type, &data, &size, true, 0) != 0) {
+        result = 4;  // absent (not silent: deliberate) or lookup failed
+    } else if (size % sizeof(T) != 0) {
+        result = 5;  // no whole number of elements
+    } else if (const size_t stored = size / sizeof(T); stored == 0) {
+        result = 6;  // empty
+    } else if (stored > INT_MAX || (out != nullptr && *count < static_cast<int>(stored))) {
+        result = 7;  // does not fit
+    } else {
+        if constexpr (std::is_same_v<T, bool>) {
+            for (size_t i = 0; out != nullptr && i < stored; ++i) {
+                out[i] = static_cast<const char*>(data)[i] == 1;
+            }
+        } else if (out != nullptr) {
+            std::memcpy(out, data, size);
+        }
+        *count = static_cast<int>(stored);
+    }
+    if (result != 0) {
+        log_error(kTag, "getArray failed %d", result);
+    }
+    return result;
+}
+
+#define ZV_DEFINE(Suffix, Type, Code)                                         \
+    int InPostcardImpl::get##Suffix(const char* name, Type& value) {          \
+        return getSimple(Code, name, value);                                  \
+    }                                                                         \
+    int InPostcardImpl::get##Suffix##Default(const char* name, Type& value) { \
+        return absentIsSuccess(getSimple(Code, name, value));                 \
+    }
+ZV_POSTCARD_SIMPLE_TYPES(ZV_DEFINE)
+#undef ZV_DEFINE
+
+#define ZV_DEFINE(Suffix, Type, Code)                                               \
+    int InPostcardImpl::getArray##Suffix(const char* name, int* count, Type* out) { \
+        return getArray(Code, name, count, out);                                    \
+    }
+ZV_POSTCARD_ARRAY_TYPES(ZV_DEFINE)
+#undef ZV_DEFINE
+
+int InPostcardImpl::getArrayPtr(const char* name, int* count, void** out) {
+    return getArray(FT_ARRAY_INT64, name, count, out);
+}
+
+}  // namespace zv_loc_fw

@@ -1,0 +1,109 @@
+#include "base/ModuleLog.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "base/BaseTest.h"
+#include "platform/posutil/pos_log.h"
+
+namespace {
+
+int32_t level = 0;
+int level_questions = 0;
+std::string level_tag;
+std::vector<std::pair<int, std::string>> inserted;
+std::vector<std::pair<int, std::string>> called_back;
+
+}  // namespace
+
+extern "C++" int32_t wrappedLevel(const char* tag) __asm__("__wrap__Z17get_tag_log_levelPKc");
+extern "C++" void wrappedInsert(char* text, size_t size, int code) __asm__("__wrap__Z17log_buffer_insertPcmi");
+
+int32_t wrappedLevel(const char* tag) {
+    ++level_questions;
+    level_tag = tag != nullptr ? tag : "(null)";
+    return level;
+}
+
+void wrappedInsert(char* text, size_t size, int code) {
+    EXPECT_EQ(size, 1024U);
+    inserted.emplace_back(code, text);
+}
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+using zv_loc_fw::ModuleLog;
+
+class ModuleLogTest : public base_test::BaseTest {
+protected:
+    ~ModuleLogTest() override {
+        pos_logger = {};
+        inserted.clear();
+        called_back.clear();
+    }
+
+    static void logAll(ModuleLog& log) {
+        log.error("f", 1, "number %d", 1);
+        log.warning("f", 2, "number %d", 2);
+        log.debug("f", 3, "number %d", 3);
+    }
+};
+
+TEST_F(ModuleLogTest, LevelDecidesWhatPasses) {
+    const std::pair<int32_t, std::vector<int>> cases[] = {
+        {0, {}}, {1, {6}}, {2, {6, 5}}, {3, {6, 5}}, {4, {6, 5, 3}}, {5, {6, 5, 3}}, {6, {}}, {-2, {}},
+    };
+    for (const auto& [value, priorities] : cases) {
+        mLog.clear();
+        level = value;
+        level_questions = 0;
+        ModuleLog log("module", nullptr);
+        logAll(log);
+        EXPECT_EQ(level_questions, 1) << "asked once, then remembered";
+        EXPECT_EQ(level_tag, "(null)");
+        std::vector<int> seen;
+        for (const auto& line : mLog.lines()) {
+            EXPECT_EQ(line.tag, "module");
+            seen.push_back(line.priority);
+        }
+        EXPECT_EQ(seen, priorities) << value;
+    }
+}
+
+TEST_F(ModuleLogTest, EveryOutputGetsTheLine) {
+    level = 5;
+    pos_logger.buffer_enabled = true;
+    pos_logger.output = [](int code, const char* text) { called_back.emplace_back(code, text); };
+    ModuleLog log("module", "asked");
+    logAll(log);
+    EXPECT_EQ(level_tag, "asked");
+    EXPECT_THAT(mLog.texts(), ElementsAre("f:1] number 1", "f:2] number 2", "f:3] number 3"));
+    EXPECT_THAT(called_back, ElementsAre(Pair(3, "f:1] number 1"), Pair(3, "f:2] number 2"), Pair(1, "f:3] number 3")));
+    const std::string process =
+        " " + std::to_string(getpid()) + " " + std::to_string(syscall(SYS_gettid)) + " module :f:";
+    ASSERT_EQ(inserted.size(), 3U);
+    const int codes[] = {0, 1, 3};
+    for (size_t i = 0; i < 3; ++i) {
+        const std::string number = std::to_string(i + 1);
+        EXPECT_EQ(inserted[i].first, codes[i]);
+        EXPECT_THAT(inserted[i].second, testing::EndsWith(process + number + "] number " + number + "\n"));
+    }
+}
+
+TEST_F(ModuleLogTest, LongTextIsCutToEachBuffer) {
+    level = 5;
+    pos_logger.buffer_enabled = true;
+    pos_logger.output = [](int code, const char* text) { called_back.emplace_back(code, text); };
+    ModuleLog log("module", nullptr);
+    MODULE_LOG_ERROR(log, "%s", std::string(3000, 'x').c_str());
+    ASSERT_EQ(inserted.size(), 1U);
+    EXPECT_EQ(inserted[0].second.size(), 1023U);
+    ASSERT_EQ(called_back.size(), 1U);
+    EXPECT_EQ(called_back[0].second.size(), 1023U);
+    EXPECT_THAT(mLog.texts(), ElementsAre(testing::StartsWith("TestBody:")));
+}
+
+}  // namespace

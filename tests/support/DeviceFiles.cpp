@@ -1,0 +1,61 @@
+#include "support/DeviceFiles.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "support/files.h"
+
+namespace test_support::device_files {
+namespace {
+
+std::string asText(const Settings& settings) {
+    std::string text;
+    for (const auto& [key, value] : settings) {
+        text += key + " = " + value + "\n";
+    }
+    return text;
+}
+
+}  // namespace
+
+void requireDevice() {
+    if (!std::filesystem::is_directory(kSocketDirectory)) {
+        std::fprintf(stderr, "%s is missing: run this test under script/device --temp\n", kSocketDirectory);
+        std::exit(EXIT_FAILURE);
+    }
+}
+
+void writeRaw(const std::string& path, const std::string& content) {
+    requireDevice();
+    writeFile(path, content);
+}
+
+void writeMarlowConf(const Settings& settings) {
+    writeRaw(kMarlowConf, asText(settings));
+}
+
+void writeGpsConf(const Settings& settings) {
+    writeRaw(kGpsConf, asText(settings));
+}
+
+void writeCaFile(const std::string& pem) {
+    writeRaw(kCaFile, pem);
+}
+
+void writeDeviceCertificate(const Certificate& certificate) {
+    writeRaw(kDeviceCertificate, certificate.certificatePem);
+    writeRaw(kDeviceKey, certificate.keyPem);
+}
+
+void reset() {
+    requireDevice();
+    for (const char* path : {kMarlowConf, kGpsConf, kCaFile, kBackupCaFile, kDeviceKey, kDeviceCertificate}) {
+        std::filesystem::remove(path);
+    }
+    for (const auto& entry : std::filesystem::directory_iterator(kSocketDirectory)) {
+        std::filesystem::remove(entry.path());
+    }
+}
+
+}  // namespace test_support::device_files

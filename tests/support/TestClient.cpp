@@ -1,0 +1,215 @@
+#include "support/TestClient.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "support/DeviceFiles.h"
+
+namespace test_support {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr size_t kLargestDatagram = 64 * 1024;
+constexpr int kAllSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL;
+
+[[noreturn]] void giveUp(const std::string& what) {
+    std::fprintf(stderr, "test client: %s: %s\n", what.c_str(), std::strerror(errno));
+    std::abort();
+}
+
+sockaddr_un addressOf(const std::string& participant) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string path = std::string(device_files::kSocketDirectory) + "/" + participant;
+    if (path.size() >= sizeof(address.sun_path)) {
+        giveUp("the name is too long: " + participant);
+    }
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    return address;
+}
+
+/// A memory file that holds the bytes and can never change again.
+int sealedFile(const std::string& bytes) {
+    const int file = memfd_create("message", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    size_t written = 0;
+    while (file >= 0 && written < bytes.size()) {
+        const ssize_t size = write(file, bytes.data() + written, bytes.size() - written);
+        if (size < 0) {
+            giveUp("write to a memory file");
+        }
+        written += static_cast<size_t>(size);
+    }
+    if (file < 0 || fcntl(file, F_ADD_SEALS, kAllSeals) != 0) {
+        giveUp("memory file");
+    }
+    return file;
+}
+
+std::string contentOf(int file) {
+    struct stat status {};
+    if (fcntl(file, F_GET_SEALS) != kAllSeals || fstat(file, &status) != 0) {
+        giveUp("a large message came in something that is no sealed memory file");
+    }
+    std::string bytes(static_cast<size_t>(status.st_size), '\0');
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t size = pread(file, bytes.data() + done, bytes.size() - done, static_cast<off_t>(done));
+        if (size <= 0) {
+            giveUp("read of a memory file");
+        }
+        done += static_cast<size_t>(size);
+    }
+    return bytes;
+}
+
+/// Room for exactly one descriptor beside a message.
+union Control {
+    cmsghdr header;
+    char space[CMSG_SPACE(sizeof(int))];
+};
+
+}  // namespace
+
+TestClient::TestClient(std::string name) : mName(std::move(name)) {
+    device_files::requireDevice();
+    const sockaddr_un address = addressOf(mName);
+    unlink(address.sun_path);
+    mFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (mFd < 0 || bind(mFd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+        giveUp("bind " + mName);
+    }
+}
+
+TestClient::~TestClient() {
+    close(mFd);
+    unlink(addressOf(mName).sun_path);
+}
+
+int TestClient::send(const std::string& participant, const std::string& bytes) {
+    sockaddr_un address = addressOf(participant);
+    std::string payload = bytes;
+    Control control{};
+    msghdr message{};
+    message.msg_name = &address;
+    message.msg_namelen = sizeof(address);
+    int file = -1;
+    if (bytes.size() > kLargestDatagram) {
+        file = sealedFile(bytes);
+        payload = std::string(1, '\0');
+        message.msg_control = &control;
+        message.msg_controllen = sizeof(control);
+        cmsghdr* header = CMSG_FIRSTHDR(&message);
+        header->cmsg_level = SOL_SOCKET;
+        header->cmsg_type = SCM_RIGHTS;
+        header->cmsg_len = CMSG_LEN(sizeof(int));
+        std::memcpy(CMSG_DATA(header), &file, sizeof(file));
+    }
+    iovec part{payload.data(), payload.size()};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    // A socket of its own: a full receiver must not hold back what goes to others. A blocking send waits for room.
+    const int sender = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const timeval patience{30, 0};
+    setsockopt(sender, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience));
+    const int error = sendmsg(sender, &message, MSG_NOSIGNAL) < 0 ? errno : 0;
+    close(sender);
+    if (file >= 0) {
+        close(file);
+    }
+    return error;
+}
+
+std::optional<std::string> TestClient::receiveBytes(std::chrono::milliseconds limit) {
+    const auto deadline = Clock::now() + limit;
+    pollfd readable{mFd, POLLIN, 0};
+    int ready = 0;
+    do {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        ready = poll(&readable, 1, left > 0 ? static_cast<int>(left) : 0);
+    } while (ready < 0 && errno == EINTR);
+    if (ready <= 0) {
+        return std::nullopt;
+    }
+    std::string payload(kLargestDatagram + 1, '\0');
+    iovec part{payload.data(), payload.size()};
+    Control control{};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = &control;
+    message.msg_controllen = sizeof(control);
+    const ssize_t size = recvmsg(mFd, &message, MSG_CMSG_CLOEXEC);
+    if (size < 0 || (message.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) != 0) {
+        giveUp("a message over 64 KiB came as a plain datagram, or with more than one descriptor");
+    }
+    payload.resize(static_cast<size_t>(size));
+    const cmsghdr* header = CMSG_FIRSTHDR(&message);
+    if (header == nullptr) {
+        return payload;
+    }
+    int file = -1;
+    std::memcpy(&file, CMSG_DATA(header), sizeof(file));
+    if (header->cmsg_type != SCM_RIGHTS || payload.size() != 1) {
+        giveUp("a large message's datagram is not of one byte with one descriptor");
+    }
+    std::string bytes = contentOf(file);
+    close(file);
+    return bytes;
+}
+
+std::optional<Card> TestClient::receiveAny(std::chrono::milliseconds limit) {
+    const std::optional<std::string> bytes = receiveBytes(limit);
+    if (!bytes.has_value()) {
+        return std::nullopt;
+    }
+    std::optional<Card> card = Card::decode(*bytes);
+    if (!card.has_value()) {
+        giveUp("a message of " + std::to_string(bytes->size()) + " bytes is no card");
+    }
+    return card;
+}
+
+std::optional<Card> TestClient::receive(std::chrono::milliseconds limit) {
+    const auto deadline = Clock::now() + limit;
+    while (true) {
+        std::optional<Card> card =
+            receiveAny(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()));
+        if (!card.has_value() || card->getString("INFO") != "REGISTER-EVENT") {
+            return card;
+        }
+    }
+}
+
+Card TestClient::get(const std::string& to, const std::string& url, int32_t txId, int32_t timeoutSec) const {
+    Card card;
+    card.string("FROM", mName).string("TO", to).string("REQ", "GET").int32("TX-ID", txId);
+    return card.string("URL", url).int32("TIMEOUT-SEC", timeoutSec);
+}
+
+Card TestClient::post(const std::string& to, const std::string& url, const std::string& body, int32_t txId,
+                      int32_t timeoutSec) const {
+    Card card;
+    card.string("FROM", mName).string("TO", to).string("REQ", "POST").int32("TX-ID", txId);
+    return card.string("URL", url).int32("TIMEOUT-SEC", timeoutSec).blob("POST-DATA", body);
+}
+
+std::optional<Card> TestClient::exchange(const Card& request, std::chrono::milliseconds limit) {
+    if (const int error = send(request); error != 0) {
+        errno = error;
+        giveUp("send to " + request.getString("TO").value_or("nobody"));
+    }
+    return receive(limit);
+}
+
+}  // namespace test_support
