@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -20,9 +21,8 @@ namespace {
 /// Longer names would be cut, and two of them could meet in one path.
 constexpr size_t kMaxNameLength = envelope::kSocketPathSize - 1 - (sizeof("/dev/socket/location/mq/") - 1);
 
-bool isName(const std::string& name) {
-    return !name.empty() && name.size() <= kMaxNameLength && name != "." && name != ".." &&
-           name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
+std::string pathOf(const std::string& name) {
+    return envelope::kSocketDirectory + name;
 }
 
 bool isAnnouncement(InPostcard& card) {
@@ -32,12 +32,22 @@ bool isAnnouncement(InPostcard& card) {
 
 }  // namespace
 
+bool isParticipantName(const std::string& name) {
+    return !name.empty() && name.size() <= kMaxNameLength && name != "." && name != ".." && name != envelope::kHub &&
+           name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
+}
+
+std::string noParticipantName(const std::string& name) {
+    return "\"" + name + "\" is no name for a participant (1 to " + std::to_string(kMaxNameLength) +
+           " characters, no \"/\", not \"" + envelope::kHub + "\")";
+}
+
 ParticipantState lookUpParticipant(const std::string& name) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    const std::string path = envelope::kSocketDirectory + name;
+    const std::string path = pathOf(name);
     struct stat file {};
-    if (!isName(name) || path.size() >= sizeof(address.sun_path) || ::stat(path.c_str(), &file) != 0 ||
+    if (!isParticipantName(name) || path.size() >= sizeof(address.sun_path) || ::stat(path.c_str(), &file) != 0 ||
         !S_ISSOCK(file.st_mode)) {
         return ParticipantState::kAbsent;
     }
@@ -52,39 +62,44 @@ ParticipantState lookUpParticipant(const std::string& name) {
     return refused ? ParticipantState::kStale : ParticipantState::kLive;
 }
 
-std::unique_ptr<Participant> Participant::create(const std::string& name, std::string* error) {
-    if (!isName(name)) {
-        *error = "\"" + name + "\" is no name for a participant (1 to " + std::to_string(kMaxNameLength) +
-                 " characters, no \"/\")";
-        return nullptr;
-    }
-    if (lookUpParticipant(name) == ParticipantState::kLive) {
-        *error = "\"" + name + "\" is taken: another participant listens under that name";
-        return nullptr;
-    }
-    std::unique_ptr<Participant> participant(new (std::nothrow) Participant(name));
+std::unique_ptr<Participant> Participant::create(const std::string& name, ParticipantOptions options,
+                                                 std::string* error) {
+    std::unique_ptr<Participant> participant(new (std::nothrow) Participant(name, std::move(options)));
     if (participant == nullptr) {
         *error = "no memory";
         return nullptr;
     }
-    return participant->start(error) ? std::move(participant) : nullptr;
+    return participant->checkNames(error) && participant->start(error) ? std::move(participant) : nullptr;
+}
+
+bool Participant::checkNames(std::string* error) const {
+    std::vector<std::string> names = mOptions.aliases;
+    names.insert(names.begin(), mName);
+    for (const std::string& name : names) {
+        if (!isParticipantName(name)) {
+            *error = noParticipantName(name);
+            return false;
+        }
+        if (!mOptions.replaceLive && lookUpParticipant(name) == ParticipantState::kLive) {
+            *error = "\"" + name + "\" is taken: another participant listens under that name";
+            return false;
+        }
+    }
+    if (std::count(names.begin(), names.end(), mName) != 1) {
+        *error = "\"" + mName + "\" cannot be an alias of itself";
+        return false;
+    }
+    return true;
 }
 
 bool Participant::start(std::string* error) {
-    CardBuilder registration(1, 1);
-    registration.addString(1, envelope::kTo, envelope::kHub);
-    registration.addString(1, envelope::kFrom, mName.c_str());
-    registration.addString(1, envelope::kReq, envelope::kRegister);
-    registration.finalize(1);
-    errno = 0;
-    if (registration.result() != 0 || mTransport.send(registration.card()->getEncodedBuffer()) != 0 ||
-        lookUpParticipant(mName) != ParticipantState::kLive) {
-        *error = std::string("cannot listen on ") + envelope::kSocketDirectory + mName;
-        struct stat directory {};
-        if (::stat(envelope::kSocketDirectory, &directory) != 0) {
-            *error += std::string(": ") + std::strerror(errno) + " (is this the device, or its script?)";
-        }
+    if (!registerName(error)) {
         return false;
+    }
+    for (const std::string& alias : mOptions.aliases) {
+        if (!addAlias(alias, error)) {
+            return false;
+        }
     }
     mThread.reset(new (std::nothrow) ThreadImpl(mName.c_str(), this, false));
     if (mThread == nullptr || mThread->launch() != 0) {
@@ -95,15 +110,85 @@ bool Participant::start(std::string* error) {
     return true;
 }
 
+bool Participant::registerName(std::string* error) {
+    CardBuilder registration(1, 1);
+    registration.addString(1, envelope::kTo, envelope::kHub);
+    registration.addString(1, envelope::kFrom, mName.c_str());
+    registration.addString(1, envelope::kReq, envelope::kRegister);
+    registration.finalize(1);
+    struct stat file {};
+    if (registration.result() != 0 || mTransport.send(registration.card()->getEncodedBuffer()) != 0 ||
+        lookUpParticipant(mName) != ParticipantState::kLive || ::lstat(pathOf(mName).c_str(), &file) != 0) {
+        *error = "cannot listen on " + pathOf(mName);
+        struct stat directory {};
+        if (::stat(envelope::kSocketDirectory, &directory) != 0) {
+            *error += std::string(": ") + std::strerror(errno) + " (is this the device, or its script?)";
+        }
+        return false;
+    }
+    mDevice = file.st_dev;
+    mInode = file.st_ino;
+    return true;
+}
+
+bool Participant::addAlias(const std::string& alias, std::string* error) {
+    CardBuilder request(1, 1);
+    request.addString(1, envelope::kTo, envelope::kHub);
+    request.addString(1, envelope::kFrom, mName.c_str());
+    request.addString(1, envelope::kReq, envelope::kAddAlias);
+    request.addString(1, envelope::kAlias, alias.c_str());
+    request.finalize(1);
+    if (request.result() != 0 || mTransport.send(request.card()->getEncodedBuffer()) != 0 ||
+        !isOwnSocket(pathOf(alias))) {
+        *error = "cannot make " + pathOf(alias) + " an alias of " + mName;
+        return false;
+    }
+    return true;
+}
+
+/// Follows links.
+bool Participant::isOwnSocket(const std::string& path) const {
+    struct stat file {};
+    return mInode != 0 && ::stat(path.c_str(), &file) == 0 && file.st_dev == mDevice && file.st_ino == mInode;
+}
+
+void Participant::removeAlias(const std::string& alias) const {
+    struct stat link {};
+    const std::string path = pathOf(alias);
+    // Somebody else may have taken the alias, or this participant's own name and with it what the link leads to.
+    if (isOwnSocket(path) && ::lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
+        (void)::unlink(path.c_str());
+    }
+}
+
 Participant::~Participant() {
+    stop();
+    for (const std::string& alias : mOptions.aliases) {
+        removeAlias(alias);
+    }
+}
+
+void Participant::stop() {
     (void)mTransport.shutdown();
     if (mThread != nullptr) {
         (void)mThread->join();
+        mThread.reset();
     }
 }
 
 bool Participant::send(OutPostcard& card) {
     return mTransport.send(card.getEncodedBuffer()) == 0;
+}
+
+bool Participant::deliver(const std::string& to, const OutPostcard& card) {
+    const MemoryStreamBase* bytes = card.getEncodedBuffer();
+    if (!isParticipantName(to) || bytes == nullptr || bytes->getSize() > pos_util::kPosIpcMaxMessage) {
+        return false;
+    }
+    // A sender of this call's own: no send waits for another thread's.
+    const std::shared_ptr<pos_util::PosIpcSender> sender = pos_util::PosIpc::getPosIpcLocalSender(pathOf(to).c_str());
+    return sender != nullptr && pos_util::PosIpc::send(*sender, static_cast<const uint8_t*>(bytes->getBuffer()),
+                                                       static_cast<uint32_t>(bytes->getSize()), -1);
 }
 
 std::unique_ptr<InPostcard> Participant::receive(Clock::time_point deadline) {
@@ -118,7 +203,11 @@ std::unique_ptr<InPostcard> Participant::receive(Clock::time_point deadline) {
 
 int Participant::newMsg(InMemoryStream* stream) {
     std::unique_ptr<InPostcard> card(InPostcard::createInstance(stream));
-    if (card == nullptr || isAnnouncement(*card)) {
+    if (card == nullptr || (!mOptions.keepAnnouncements && isAnnouncement(*card))) {
+        return 0;
+    }
+    if (mOptions.handler) {
+        mOptions.handler(std::move(card));
         return 0;
     }
     {

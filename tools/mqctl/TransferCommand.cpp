@@ -202,7 +202,8 @@ int runTransfer(const TransferOptions& options) {
         return code;
     }
     std::string error;
-    const std::unique_ptr<Participant> participant = Participant::create("mqctl-" + std::to_string(::getpid()), &error);
+    const std::unique_ptr<Participant> participant =
+        Participant::create("mqctl-" + std::to_string(::getpid()), {}, &error);
     if (participant == nullptr) {
         return fail(kOwnFailure, error);
     }
