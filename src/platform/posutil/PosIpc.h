@@ -39,7 +39,8 @@ public:
 class PosIpcRecver {
 public:
     virtual ~PosIpcRecver() = default;
-    /// Makes the listening thread return, or the next listen at once: stopping is sticky. Any thread, any number of times.
+    /// Makes the listening thread return, or the next listen at once: stopping is sticky. From any thread or a signal
+    /// handler, any number of times.
     virtual void stop() = 0;
 };
 
@@ -54,7 +55,8 @@ public:
     [[nodiscard]] static std::unique_ptr<PosIpcRecver> getPosIpcLocalRecver(
         const std::shared_ptr<IPosIpcListener>& listener, const char* path);
 
-    /// Hands every message to the listener until the receiver is stopped. Blocks. A broken socket is logged and ends it.
+    /// Hands every message to the listener until the receiver is stopped. Blocks. A broken socket is logged and ends it
+    /// too.
     /// @return whether it ended because of stop()
     static bool startBlockingListening(PosIpcRecver& recver);
 

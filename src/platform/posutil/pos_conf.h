@@ -20,8 +20,8 @@ struct pos_conf_entry {
     bool* found;
 };
 
-/// Reads "KEY = value" lines ("#" begins a comment line, the last line of a key wins, unknown keys and lines that make no
-/// sense are skipped) into a table. Any thread.
+/// Reads "KEY = value" lines ("#" begins a comment line, the last line of a key wins, unknown keys and lines that make
+/// no sense are skipped) into a table. Any thread.
 /// @param string_limit bytes of a text value, its terminating zero included; longer text is cut
 /// @return 0; -1 the file cannot be read (every output untouched)
 int pos_read_conf_long(const char* path, const pos_conf_entry* table, uint32_t count, uint32_t string_limit);

@@ -1,0 +1,249 @@
+#include "platform/posutil/LocalRecver.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include "platform/posutil/PosLogLine.h"
+#include "platform/posutil/SealedMessage.h"
+
+namespace pos_util {
+
+namespace {
+
+constexpr char kTag[] = "PosIpc";
+/// A message has one descriptor; room for a few more, so that the log tells what came instead.
+constexpr size_t kMaxFiles = 8;
+constexpr size_t kSmallestBuffer = 4096;
+/// How long the kernel's shortage of memory is waited for before the next try.
+constexpr int kShortageMs = 100;
+/// Only others that replace the same file at the same time make more than two tries necessary.
+constexpr int kBindTries = 5;
+
+/// Takes over every descriptor that came with a message, so that none survives it.
+size_t takeFiles(msghdr& message, std::array<UniqueFd, kMaxFiles>& files) {
+    size_t count = 0;
+    for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr; header = CMSG_NXTHDR(&message, header)) {
+        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) {
+            continue;
+        }
+        const size_t here = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+        for (size_t i = 0; i < here; ++i) {
+            int fd = -1;
+            memcpy(&fd, CMSG_DATA(header) + i * sizeof(int), sizeof(int));
+            UniqueFd file(fd);
+            if (count < files.size()) {
+                files[count] = std::move(file);
+            }
+            ++count;
+        }
+    }
+    return count;
+}
+
+}  // namespace
+
+LocalRecver::LocalRecver(const std::shared_ptr<IPosIpcListener>& listener, const SocketAddress& address)
+    : mListener(listener), mAddress(address) {}
+
+LocalRecver::~LocalRecver() {
+    struct stat file = {};
+    if (mHasFile && lstat(mAddress.path(), &file) == 0 && file.st_dev == mDevice && file.st_ino == mInode) {
+        unlink(mAddress.path());
+    }
+}
+
+bool LocalRecver::open() {
+    const char* const reason = makeFile();
+    if (reason != nullptr) {
+        POS_LOG_ERROR(kTag, "cannot receive on %s: %s", mAddress.path(), reason);
+    }
+    return reason == nullptr;
+}
+
+const char* LocalRecver::makeFile() {
+    mSocket = UniqueFd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    mWakeUp = UniqueFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!mSocket.valid() || !mWakeUp.valid()) {
+        return strerror(errno);
+    }
+    // The file gets the socket's own mode, less the umask: it never has more rights, not even between bind and a chmod.
+    if (fchmod(mSocket.get(), 0770) != 0) {
+        return strerror(errno);
+    }
+    if (const char* const reason = bindReplacing()) {
+        return reason;
+    }
+    struct stat file = {};
+    if (lstat(mAddress.path(), &file) != 0) {
+        return strerror(errno);
+    }
+    mHasFile = true;
+    mDevice = file.st_dev;
+    mInode = file.st_ino;
+    return nullptr;
+}
+
+const char* LocalRecver::bindReplacing() {
+    for (int i = 0; i < kBindTries; ++i) {
+        if (bind(mSocket.get(), mAddress.get(), mAddress.length()) == 0) {
+            return nullptr;
+        }
+        // A link is in the way as such, wherever it leads; a directory is none that unlink removes.
+        if (errno != EADDRINUSE || (unlink(mAddress.path()) != 0 && errno != ENOENT)) {
+            return strerror(errno);
+        }
+    }
+    return "others keep making the file";
+}
+
+void LocalRecver::stop() {
+    const int saved = errno;
+    mStopped.store(true);
+    // Nobody reads it: the descriptor stays readable, so that a stop cannot be missed. It can only fail by being so.
+    const uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = write(mWakeUp.get(), &one, sizeof(one));
+    errno = saved;
+}
+
+bool LocalRecver::listen() {
+    while (!mStopped.load()) {
+        switch (takeMessage()) {
+            case Outcome::kTaken:
+                break;
+            case Outcome::kNothing:
+                if (!wait(-1, true)) {
+                    return false;
+                }
+                break;
+            case Outcome::kBroken:
+                return false;
+        }
+    }
+    return true;
+}
+
+bool LocalRecver::wait(int timeout_ms, bool for_message) {
+    std::array<pollfd, 2> waited = {{{mWakeUp.get(), POLLIN, 0}, {mSocket.get(), POLLIN, 0}}};
+    if (poll(waited.data(), for_message ? 2 : 1, timeout_ms) < 0) {
+        if (errno == EINTR || errno == ENOMEM) {
+            return true;
+        }
+        POS_LOG_ERROR(kTag, "%s: cannot wait for messages: %s", mAddress.path(), strerror(errno));
+        return false;
+    }
+    for (const pollfd& descriptor : waited) {
+        if ((descriptor.revents & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
+            POS_LOG_ERROR(kTag, "%s: the socket is broken, events 0x%x", mAddress.path(),
+                          static_cast<unsigned>(descriptor.revents));
+            return false;
+        }
+    }
+    return true;
+}
+
+LocalRecver::Outcome LocalRecver::takeMessage() {
+    // Senders of other makes may put more than kPosIpcMaxDatagram into a datagram: nothing is cut silently.
+    const ssize_t length = recv(mSocket.get(), nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
+    if (length < 0) {
+        return judge(errno);
+    }
+    return takeDatagram(static_cast<size_t>(length));
+}
+
+LocalRecver::Outcome LocalRecver::takeDatagram(size_t length) {
+    if (length > kPosIpcMaxMessage) {
+        return dropDatagram(length, "too long");
+    }
+    std::unique_ptr<char[]> large;
+    char* buffer = nullptr;
+    if (length > kPosIpcMaxDatagram) {
+        large.reset(new (std::nothrow) char[length]);
+        buffer = large.get();
+    } else {
+        if (length > mBufferSize || mBuffer == nullptr) {
+            size_t size = kSmallestBuffer;
+            while (size < length) {
+                size *= 2;
+            }
+            mBuffer.reset(new (std::nothrow) char[size]);
+            mBufferSize = mBuffer != nullptr ? size : 0;
+        }
+        buffer = mBuffer.get();
+    }
+    if (buffer == nullptr) {
+        return dropDatagram(length, "out of memory");
+    }
+
+    iovec part = {buffer, length};
+    alignas(cmsghdr) char control[CMSG_SPACE(kMaxFiles * sizeof(int))];
+    msghdr message = {};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof(control);
+    const ssize_t received = recvmsg(mSocket.get(), &message, MSG_CMSG_CLOEXEC | MSG_DONTWAIT);
+    if (received < 0) {
+        return judge(errno);
+    }
+    std::array<UniqueFd, kMaxFiles> files;
+    const size_t file_count = takeFiles(message, files);
+    handOver(buffer, static_cast<size_t>(received), files.data(), file_count, message.msg_flags);
+    return Outcome::kTaken;
+}
+
+LocalRecver::Outcome LocalRecver::dropDatagram(size_t length, const char* reason) {
+    // Without room for descriptors the kernel keeps them to itself.
+    if (recv(mSocket.get(), nullptr, 0, MSG_DONTWAIT) < 0) {
+        return judge(errno);
+    }
+    POS_LOG_WARNING(kTag, "%s: message of %zu bytes dropped: %s", mAddress.path(), length, reason);
+    return Outcome::kTaken;
+}
+
+void LocalRecver::handOver(const char* data, size_t length, const UniqueFd* files, size_t file_count, int flags) {
+    const char* reason = nullptr;
+    if ((flags & MSG_TRUNC) != 0) {
+        reason = "it was longer than announced";
+    } else if ((flags & MSG_CTRUNC) != 0) {
+        reason = "its descriptors could not all be received";
+    } else if (file_count == 0) {
+        mListener->onReceive(data, static_cast<uint32_t>(length), this);
+    } else if (file_count != 1 || length != 1) {
+        reason = "a long message is one descriptor and one byte";
+    } else {
+        SealedMessage message;
+        reason = message.map(files[0].get());
+        if (reason == nullptr) {
+            mListener->onReceive(message.data(), message.size(), this);
+        }
+    }
+    if (reason != nullptr) {
+        POS_LOG_WARNING(kTag, "%s: message of %zu bytes with %zu descriptors refused: %s", mAddress.path(), length,
+                        file_count, reason);
+    }
+}
+
+LocalRecver::Outcome LocalRecver::judge(int errno_value) {
+    if (errno_value == EAGAIN) {
+        return Outcome::kNothing;
+    }
+    if (errno_value == EINTR) {
+        return Outcome::kTaken;
+    }
+    POS_LOG_ERROR(kTag, "%s: cannot receive: %s", mAddress.path(), strerror(errno_value));
+    if (errno_value == ENOMEM || errno_value == ENOBUFS) {
+        // The message is still there: try again a little later rather than at once.
+        return wait(kShortageMs, false) ? Outcome::kTaken : Outcome::kBroken;
+    }
+    return Outcome::kBroken;
+}
+
+}  // namespace pos_util

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "platform/posutil/PosIpc.h"
+#include "platform/posutil/SocketAddress.h"
+#include "platform/posutil/UniqueFd.h"
+
+namespace pos_util {
+
+/// The one kind of receiver there is. One thread listens; stop() may come from any, and from a signal handler.
+class LocalRecver : public PosIpcRecver {
+public:
+    LocalRecver(const std::shared_ptr<IPosIpcListener>& listener, const SocketAddress& address);
+    ~LocalRecver() override;
+
+    /// Makes the socket and its file, once.
+    /// @return false when that fails (logged)
+    bool open();
+    void stop() override;
+    /// See PosIpc::startBlockingListening.
+    bool listen();
+
+private:
+    enum class Outcome { kTaken, kNothing, kBroken };
+
+    /// The results are null, or why the file cannot be made.
+    const char* makeFile();
+    const char* bindReplacing();
+
+    /// Waits until there is something to receive or the receiver is stopped.
+    /// @param timeout_ms -1 waits for ever
+    /// @param for_message false: only for the stop
+    bool wait(int timeout_ms, bool for_message);
+    /// Takes one message, if there is one, and hands it to the listener. What a message is refused for is logged.
+    Outcome takeMessage();
+    /// @param length the datagram's true length
+    Outcome takeDatagram(size_t length);
+    Outcome dropDatagram(size_t length, const char* reason);
+    void handOver(const char* data, size_t length, const UniqueFd* files, size_t file_count, int flags);
+    /// @param errno_value of a failed receive call
+    Outcome judge(int errno_value);
+
+    const std::shared_ptr<IPosIpcListener> mListener;
+    const SocketAddress mAddress;
+    UniqueFd mSocket;
+    /// An eventfd, readable from the first stop on.
+    UniqueFd mWakeUp;
+    std::atomic<bool> mStopped{false};
+    /// The file that this receiver made, to tell it from one that has taken its place.
+    bool mHasFile = false;
+    dev_t mDevice = 0;
+    ino_t mInode = 0;
+    /// For messages up to kPosIpcMaxDatagram; only the listening thread uses it.
+    std::unique_ptr<char[]> mBuffer;
+    size_t mBufferSize = 0;
+};
+
+}  // namespace pos_util

@@ -1,0 +1,410 @@
+#include "platform/posutil/PosIpc.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "platform/TempDir.h"
+#include "support/LogCapture.h"
+
+namespace pos_util {
+namespace {
+
+using test_support::LogCapture;
+using test_support::TempDir;
+using testing::ElementsAre;
+
+constexpr auto kGenerous = std::chrono::seconds(30);
+constexpr int kAllSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL;
+
+class Collector : public IPosIpcListener {
+public:
+    void onReceive(const char* data, uint32_t length, const PosIpcRecver* /*recver*/) override {
+        const std::lock_guard guard(mMutex);
+        mMessages.emplace_back(data, length);
+        mArrived.notify_all();
+    }
+
+    /// Waits for so many messages and takes them.
+    std::vector<std::string> take(size_t count) {
+        std::unique_lock lock(mMutex);
+        EXPECT_TRUE(mArrived.wait_for(lock, kGenerous, [&] { return mMessages.size() >= count; }));
+        return std::exchange(mMessages, {});
+    }
+
+private:
+    std::mutex mMutex;
+    std::condition_variable mArrived;
+    std::vector<std::string> mMessages;
+};
+
+/// A receiver and the thread that listens on it.
+class Participant {
+public:
+    explicit Participant(const std::string& path) : mRecver(PosIpc::getPosIpcLocalRecver(mCollector, path.c_str())) {
+        if (mRecver != nullptr) {
+            mThread = std::thread([this] { mResult = PosIpc::startBlockingListening(*mRecver); });
+        }
+    }
+    ~Participant() { stop(); }
+
+    bool stop() {
+        if (mThread.joinable()) {
+            mRecver->stop();
+            mThread.join();
+        }
+        return mResult;
+    }
+    [[nodiscard]] bool made() const { return mRecver != nullptr; }
+    std::vector<std::string> take(size_t count) { return mCollector->take(count); }
+
+private:
+    const std::shared_ptr<Collector> mCollector = std::make_shared<Collector>();
+    const std::unique_ptr<PosIpcRecver> mRecver;
+    std::thread mThread;
+    bool mResult = false;
+};
+
+bool sendText(PosIpcSender& sender, const std::string& text) {
+    return PosIpc::send(sender, reinterpret_cast<const uint8_t*>(text.data()), static_cast<uint32_t>(text.size()), -1);
+}
+
+size_t openDescriptors() {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return static_cast<size_t>(std::distance(begin(all), end(all)));
+}
+
+/// What a program of another make may send: any payload with any descriptors.
+void sendRaw(const std::string& path, const std::string& payload, const std::vector<int>& fds) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    std::string bytes = payload;
+    iovec part = {bytes.data(), bytes.size()};
+    std::vector<char> control(CMSG_SPACE(fds.size() * sizeof(int)));
+    msghdr message = {};
+    message.msg_name = &address;
+    message.msg_namelen = sizeof(address);
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    if (!fds.empty()) {
+        message.msg_control = control.data();
+        message.msg_controllen = control.size();
+        cmsghdr* const header = CMSG_FIRSTHDR(&message);
+        header->cmsg_level = SOL_SOCKET;
+        header->cmsg_type = SCM_RIGHTS;
+        header->cmsg_len = CMSG_LEN(fds.size() * sizeof(int));
+        memcpy(CMSG_DATA(header), fds.data(), fds.size() * sizeof(int));
+    }
+    const int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const int wide = 4 * 1024 * 1024;
+    setsockopt(socket, SOL_SOCKET, SO_SNDBUFFORCE, &wide, sizeof(wide));
+    EXPECT_EQ(sendmsg(socket, &message, MSG_NOSIGNAL), static_cast<ssize_t>(payload.size())) << strerror(errno);
+    close(socket);
+}
+
+int makeFile(const std::string& content, int seals) {
+    const int file = memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    EXPECT_EQ(write(file, content.data(), content.size()), static_cast<ssize_t>(content.size()));
+    EXPECT_EQ(fcntl(file, F_ADD_SEALS, seals), 0);
+    return file;
+}
+
+TEST(PosIpc, MessagesOfAnySizeArriveWholeAndInOrder) {
+    const TempDir dir;
+    Participant participant(dir.path("a"));
+    const auto sender = PosIpc::getPosIpcLocalSender(dir.path("a").c_str());
+    const size_t before = openDescriptors();
+    for (const size_t size : {0, 1, 65535, 65536, 65537, 210000, 5 * 1024 * 1024, 3}) {
+        std::string message(size, 'x');
+        for (size_t i = 0; i < size; ++i) {
+            message[i] = static_cast<char>(i * 31 + i / 256);
+        }
+        ASSERT_TRUE(sendText(*sender, message));
+        const auto received = participant.take(1);
+        ASSERT_EQ(received.size(), 1U);
+        EXPECT_TRUE(received[0] == message) << size;
+    }
+    EXPECT_TRUE(participant.stop());
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(PosIpc, MessageOverTheLimitIsRefusedBySender) {
+    const TempDir dir;
+    const LogCapture log;
+    Participant participant(dir.path("a"));
+    const auto sender = PosIpc::getPosIpcLocalSender(dir.path("a").c_str());
+    const uint8_t byte = 0;
+    EXPECT_FALSE(PosIpc::send(*sender, &byte, kPosIpcMaxMessage + 1, -1));
+    EXPECT_FALSE(PosIpc::send(*sender, nullptr, 1, -1));
+    EXPECT_TRUE(log.contains("message of 268435457 bytes to " + dir.path("a") + " dropped: too long"));
+}
+
+TEST(PosIpc, PlainDatagramBeyondTheUsualLimitIsTaken) {
+    const TempDir dir;
+    Participant participant(dir.path("a"));
+    const std::string large(150000, 'l');
+    sendRaw(dir.path("a"), large, {});
+    sendRaw(dir.path("a"), "", {});
+    EXPECT_THAT(participant.take(2), ElementsAre(large, ""));
+}
+
+TEST(PosIpc, EveryDescriptorButOneSealedMemfdIsRefusedAndClosed) {
+    const TempDir dir;
+    const LogCapture log;
+    Participant participant(dir.path("a"));
+    const int sealed = makeFile("sealed", kAllSeals);
+    const int unsealed = makeFile("loose", F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE);
+    const int empty = makeFile("", kAllSeals);
+    const int device = open("/dev/null", O_RDWR | O_CLOEXEC);
+    const int regular = open(dir.write("f", "text").c_str(), O_RDONLY | O_CLOEXEC);
+    int pipe_ends[2] = {};
+    ASSERT_EQ(pipe2(pipe_ends, O_CLOEXEC), 0);
+    const int sparse = memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    ASSERT_EQ(ftruncate(sparse, static_cast<off_t>(kPosIpcMaxMessage) + 1), 0);
+    ASSERT_EQ(fcntl(sparse, F_ADD_SEALS, kAllSeals), 0);
+
+    const struct {
+        const char* reason;
+        const char* payload;
+        std::vector<int> fds;
+    } cases[] = {
+        {"not sealed", "m", {unsealed}},
+        {"not sealed", "m", {device}},
+        {"not sealed", "m", {regular}},
+        {"not sealed", "m", {pipe_ends[0]}},
+        {"size is out of range", "m", {empty}},
+        {"size is out of range", "m", {sparse}},
+        {"one descriptor and one byte", "m", {sealed, sealed}},
+        {"one descriptor and one byte", "", {sealed}},
+        {"one descriptor and one byte", "mm", {sealed}},
+        {"could not all be received", "m", std::vector<int>(9, sealed)},
+        {"could not all be received", "m", std::vector<int>(253, sealed)},
+    };
+    sendRaw(dir.path("a"), "m", {sealed});
+    EXPECT_THAT(participant.take(1), ElementsAre("sealed"));
+    sendRaw(dir.path("a"), "ready", {});
+    participant.take(1);
+    const size_t before = openDescriptors();
+    size_t refused = 0;
+    for (const auto& each : cases) {
+        sendRaw(dir.path("a"), each.payload, each.fds);
+        ASSERT_TRUE(log.waitFor("refused", ++refused)) << each.reason;
+        EXPECT_THAT(log.texts().back(), testing::HasSubstr(each.reason));
+        // The next message comes only after everything of this one is closed.
+        sendRaw(dir.path("a"), "next", {});
+        EXPECT_THAT(participant.take(1), ElementsAre("next"));
+        EXPECT_EQ(openDescriptors(), before) << each.reason;
+    }
+    for (const int fd : {sealed, unsealed, empty, device, regular, pipe_ends[0], pipe_ends[1], sparse}) {
+        close(fd);
+    }
+}
+
+TEST(PosIpc, HandedDescriptorsAreGoneWhenTheTableIsFull) {
+    const TempDir dir;
+    const LogCapture log;
+    Participant participant(dir.path("a"));
+    const int sealed = makeFile("sealed", kAllSeals);
+    sendRaw(dir.path("a"), "ready", {});
+    participant.take(1);
+    std::vector<int> hoard;
+    for (int fd = dup(sealed); fd >= 0; fd = dup(sealed)) {
+        hoard.push_back(fd);
+    }
+    close(hoard.back());  // one for the sending socket, none left for the receiver
+    hoard.pop_back();
+    sendRaw(dir.path("a"), "m", {sealed, sealed, sealed});
+    EXPECT_TRUE(log.waitFor("could not all be received"));
+    for (const int fd : hoard) {
+        close(fd);
+    }
+    sendRaw(dir.path("a"), "m", {sealed});
+    EXPECT_THAT(participant.take(1), ElementsAre("sealed"));
+    close(sealed);
+}
+
+TEST(PosIpc, ReceiverThatRestartedUnderItsNameIsReachedBySameSender) {
+    const TempDir dir;
+    const LogCapture log;
+    const auto sender = PosIpc::getPosIpcLocalSender(dir.path("a").c_str());
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_FALSE(sendText(*sender, "nobody there"));
+        Participant participant(dir.path("a"));
+        EXPECT_TRUE(sendText(*sender, "hello"));
+        EXPECT_THAT(participant.take(1), ElementsAre("hello"));
+    }
+    EXPECT_EQ(log.count("message of 12 bytes to " + dir.path("a") + " dropped"), 3U);
+}
+
+TEST(PosIpc, ReceiverReplacesOldFilesAndRemovesOnlyItsOwn) {
+    const TempDir dir;
+    const LogCapture log;
+    const std::string path = dir.path("a");
+    dir.write("target", "stays");
+    symlink(dir.path("target").c_str(), path.c_str());
+    {
+        const Participant over_link(path);
+        EXPECT_TRUE(over_link.made());
+        EXPECT_TRUE(std::filesystem::is_regular_file(dir.path("target")));
+        struct stat status = {};
+        ASSERT_EQ(lstat(path.c_str(), &status), 0);
+        EXPECT_TRUE(S_ISSOCK(status.st_mode));
+        EXPECT_EQ(status.st_mode & 0777 & ~0770U, 0U);
+        {
+            const Participant over_socket(path);
+            EXPECT_TRUE(over_socket.made());
+        }
+        EXPECT_FALSE(std::filesystem::exists(path));
+        dir.write("a", "of another");
+    }
+    EXPECT_TRUE(std::filesystem::exists(path)) << "the file of another must stay";
+    {
+        const Participant over_file(path);
+        EXPECT_TRUE(over_file.made());
+    }
+    EXPECT_FALSE(std::filesystem::exists(path));
+
+    std::filesystem::create_directory(path);
+    EXPECT_FALSE(Participant(path).made());
+    EXPECT_TRUE(std::filesystem::is_directory(path));
+    EXPECT_TRUE(log.contains("cannot receive on " + path + ": "));
+}
+
+TEST(PosIpc, PathsThatNoAddressHoldsAreRefused) {
+    const TempDir dir;
+    const LogCapture log;
+    const auto collector = std::make_shared<Collector>();
+    const std::string longest = dir.path(std::string(107 - dir.path("").size(), 'n'));
+    EXPECT_NE(PosIpc::getPosIpcLocalRecver(collector, longest.c_str()), nullptr);
+    const std::string too_long = longest + "n";
+    for (const char* path : {static_cast<const char*>(nullptr), "", too_long.c_str()}) {
+        EXPECT_EQ(PosIpc::getPosIpcLocalRecver(collector, path), nullptr);
+        EXPECT_EQ(PosIpc::getPosIpcLocalSender(path), nullptr);
+    }
+    EXPECT_EQ(log.count("no path of a socket file"), 6U);
+    EXPECT_EQ(PosIpc::getPosIpcLocalRecver(nullptr, dir.path("a").c_str()), nullptr);
+    EXPECT_EQ(PosIpc::getPosIpcLocalRecver(collector, dir.path("no/a").c_str()), nullptr);
+}
+
+TEST(PosIpc, FullReceiverIsWaitedForOnceAndDelaysNobodyElse) {
+    const TempDir dir;
+    const LogCapture log;
+    const auto idle = PosIpc::getPosIpcLocalRecver(std::make_shared<Collector>(), dir.path("idle").c_str());
+    Participant busy(dir.path("busy"));
+    const auto to_idle = PosIpc::getPosIpcLocalSender(dir.path("idle").c_str());
+    const auto to_busy = PosIpc::getPosIpcLocalSender(dir.path("busy").c_str());
+    const std::string message(60000, 'm');
+    while (sendText(*to_idle, message)) {
+    }
+    EXPECT_EQ(log.count("dropped: the receiver is full"), 1U);
+    // 200 waits would take 100 seconds.
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < 200; ++i) {
+        EXPECT_FALSE(sendText(*to_idle, message));
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, kGenerous);
+    EXPECT_EQ(log.count("message of 60000 bytes to " + dir.path("idle") + " dropped: the receiver is still full"),
+              200U);
+    EXPECT_TRUE(sendText(*to_busy, message));
+    EXPECT_EQ(busy.take(1).size(), 1U);
+
+    // Once it takes messages again, it is waited for again.
+    std::thread listener([&] { EXPECT_TRUE(PosIpc::startBlockingListening(*idle)); });
+    const auto deadline = std::chrono::steady_clock::now() + kGenerous;
+    while (!sendText(*to_idle, message) && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    idle->stop();
+    listener.join();
+    while (sendText(*to_idle, message)) {
+    }
+    EXPECT_EQ(log.count("dropped: the receiver is full"), 2U);
+}
+
+TEST(PosIpc, ReceiverThatComesBackInTimeLosesNothing) {
+    const TempDir dir;
+    const LogCapture log;
+    const auto collector = std::make_shared<Collector>();
+    const auto recver = PosIpc::getPosIpcLocalRecver(collector, dir.path("a").c_str());
+    const auto sender = PosIpc::getPosIpcLocalSender(dir.path("a").c_str());
+    std::thread listener([&] { EXPECT_TRUE(PosIpc::startBlockingListening(*recver)); });
+    for (int i = 0; i < 2000; ++i) {
+        ASSERT_TRUE(sendText(*sender, std::to_string(i)));
+    }
+    EXPECT_EQ(collector->take(2000).back(), "1999");
+    recver->stop();
+    listener.join();
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(PosIpc, StopIsStickyAndMayComeOftenAndFromAnywhere) {
+    const TempDir dir;
+    const auto collector = std::make_shared<Collector>();
+    const auto early = PosIpc::getPosIpcLocalRecver(collector, dir.path("a").c_str());
+    early->stop();
+    EXPECT_TRUE(PosIpc::startBlockingListening(*early));
+    EXPECT_TRUE(PosIpc::startBlockingListening(*early));
+
+    for (int i = 0; i < 50; ++i) {
+        const auto recver = PosIpc::getPosIpcLocalRecver(collector, dir.path("b").c_str());
+        std::vector<std::thread> threads;
+        threads.emplace_back([&] { EXPECT_TRUE(PosIpc::startBlockingListening(*recver)); });
+        threads.emplace_back([&] { recver->stop(); });
+        threads.emplace_back([&] { recver->stop(); });
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+}
+
+TEST(PosIpc, ListenerMayStopItsReceiver) {
+    class Stopper : public IPosIpcListener {
+    public:
+        void onReceive(const char* /*data*/, uint32_t /*length*/, const PosIpcRecver* recver) override {
+            EXPECT_EQ(recver, mRecver);
+            mRecver->stop();
+        }
+        PosIpcRecver* mRecver = nullptr;
+    };
+    const TempDir dir;
+    const auto stopper = std::make_shared<Stopper>();
+    const auto recver = PosIpc::getPosIpcLocalRecver(stopper, dir.path("a").c_str());
+    stopper->mRecver = recver.get();
+    EXPECT_TRUE(sendText(*PosIpc::getPosIpcLocalSender(dir.path("a").c_str()), "stop"));
+    EXPECT_TRUE(PosIpc::startBlockingListening(*recver));
+}
+
+TEST(PosIpc, BrokenSocketEndsListeningWithALine) {
+    const TempDir dir;
+    const LogCapture log;
+    const auto recver = PosIpc::getPosIpcLocalRecver(std::make_shared<Collector>(), dir.path("a").c_str());
+    std::thread listener([&] { EXPECT_FALSE(PosIpc::startBlockingListening(*recver)); });
+    // The receiver's own socket is the one of this process that has the name.
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        sockaddr_un address = {};
+        socklen_t length = sizeof(address);
+        const int fd = std::stoi(entry.path().filename().string());
+        if (getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0 && dir.path("a") == address.sun_path) {
+            shutdown(fd, SHUT_RDWR);
+        }
+    }
+    listener.join();
+    EXPECT_TRUE(log.contains(dir.path("a") + ": the socket is broken"));
+}
+
+}  // namespace
+}  // namespace pos_util
