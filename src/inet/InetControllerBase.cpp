@@ -272,7 +272,7 @@ int InetControllerBase::keepActiveRequestHeader(InPostcard& request) {
         return header.result();
     }
     mActiveRequestHeader.reset(InPostcard::createInstance(header.card()));
-    return mActiveRequestHeader != nullptr ? 0 : 30;
+    return mActiveRequestHeader != nullptr && mActiveRequestHeader->getBuffer() != nullptr ? 0 : 30;
 }
 
 bool InetControllerBase::handToWorker(std::unique_ptr<MqMsgWrapper> job) {

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <new>
+#include <utility>
 
 #include "base/AutoLock.h"
 #include "base/ModuleLog.h"
@@ -240,7 +240,11 @@ void MessageQueueClientImpl::sendMessage(const char* name, const MemoryStreamBas
         return;
     }
     if (entry == mIpcSendersMap.end()) {
-        entry = mIpcSendersMap.emplace(name, pos_util::PosIpc::getPosIpcLocalSender(path)).first;
+        std::shared_ptr<pos_util::PosIpcSender> sender = pos_util::PosIpc::getPosIpcLocalSender(path);
+        if (sender == nullptr) {
+            return;  // logged there
+        }
+        entry = mIpcSendersMap.emplace(name, std::move(sender)).first;
     }
     (void)pos_util::PosIpc::send(*entry->second, static_cast<const uint8_t*>(stream->getBuffer()),
                                  static_cast<uint32_t>(stream->getSize()), -1);

@@ -55,6 +55,11 @@ MqClientControllerBase::~MqClientControllerBase() {
         mPeers.clear();
     }
     mTimers.clear();
+    releaseParts();
+}
+
+/// In this order: the receiver uses queue and transport. No thread of this controller runs.
+void MqClientControllerBase::releaseParts() {
     mReceiverThread.reset();
     mHandlerThread.reset();
     drainQueue();
@@ -76,6 +81,7 @@ int MqClientControllerBase::initSteps() {
     if (mBaseState != kConstructed) {
         return 2;
     }
+    releaseParts();  // of an earlier init that failed
     if (mConfigPath != nullptr) {
         mConfig.reset(ConfigFile::createInstance(mConfigPath, 0, false));
         if (mConfig == nullptr) {
@@ -339,11 +345,12 @@ MqClientControllerBase::Turn MqClientControllerBase::turn(int* result) {
 
 /// Fires what is due. @param wait out: until the nearest deadline; invalid (no limit) without one. @return 0, 2 or 3
 int MqClientControllerBase::nextWait(TimeDiff* wait) {
+    std::optional<Timestamp> deadline;
     if (mBaseState != kInitialised) {
         log_verbose(mName, "run: skipping deadline checking. state %d", mBaseState.load());
-        return 0;
+    } else if (mTimers.count() > 0) {
+        deadline = mTimers.fireExpired();
     }
-    const std::optional<Timestamp> deadline = mTimers.count() > 0 ? mTimers.fireExpired() : std::nullopt;
     if (!deadline) {
         log_verbose(mName, "run: waiting for msg");
         return 0;

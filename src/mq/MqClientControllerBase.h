@@ -64,7 +64,8 @@ public:
     /// Removes every timer of the module with equal data. Handler thread. Always 0.
     virtual int removeLocalTimer(const MqClientFunctionalModuleBase* module, TimerDataInterface* data);
 
-    /// Owner's thread. @return 0; 2 not in its first state; 3 no configuration reader; 5 no transport; 10 no queue;
+    /// Owner's thread; nobody kills the controller meanwhile. @return 0; 2 not in its first state; 3 no configuration
+    /// reader; 5 no transport; 10 no queue;
     ///         11 no receiver; 12, 13 no threads; 20 _init failed; 101 no connection after 10 attempts, 5 s apart
     [[nodiscard]] virtual int init();
     /// Any thread; a peer added after this loop has ended is killed at once. @return 0; 2 no peer
@@ -109,6 +110,7 @@ private:
     int nextWait(TimeDiff* wait);
     int armTimer(const TimeDiff& delay, MqClientFunctionalModuleBase* module, const TimerDataInterface* data);
     void drainQueue();
+    void releaseParts();
 
     // Constant after construction
     const char* const mName;

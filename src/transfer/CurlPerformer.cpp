@@ -426,6 +426,9 @@ void CurlPerformer::transfer(const Request& request, CardBuilder* result_card) {
     } else {
         addResponse(request, result_card);
     }
+    if (result_card->result() != 0) {
+        return;
+    }
     if (mResponse.body() != nullptr) {
         // 81 is the body's code, too: deliberate.
         result_card->addInt32(81, kHttpRespDataSize, static_cast<int32_t>(mResponse.body()->getSize()));
@@ -451,6 +454,9 @@ void CurlPerformer::addResponse(const Request& request, CardBuilder* result_card
                            static_cast<uint32_t>(body->getSize()));
         }
         result_card->addBlob(81, kHttpRespData, body->getBuffer(), body->getSize());
+        if (result_card->result() != 0) {
+            return;
+        }
     }
     long response_code = 0;
     const CURLcode asked = curl_easy_getinfo(mHandle.get(), CURLINFO_RESPONSE_CODE, &response_code);
@@ -476,7 +482,7 @@ int CurlPerformer::notifyHttpResult(const CardBuilder& result_card) {
         return builder.result();
     }
     std::unique_ptr<InPostcard> reader(InPostcard::createInstance(builder.card()));
-    if (reader == nullptr) {
+    if (reader == nullptr || reader->getBuffer() == nullptr) {
         return 10;
     }
     std::unique_ptr<MqMsgWrapper> message(new (std::nothrow) MqMsgWrapper(reader.get()));

@@ -19,8 +19,9 @@ constexpr size_t kRetryAfterLength = sizeof(kRetryAfter) - 1;
 /// @return 0; 102 beyond 64 bits; 103 conversion error, logged; 105 beyond 32 bits
 int toInt32(const char* name, const char* text, int32_t* value) {
     errno = 0;
-    const long long number = std::strtoll(text, nullptr, 10);  // the line end behind the number does not matter
-    const int error = errno;
+    char* end = nullptr;
+    const long long number = std::strtoll(text, &end, 10);  // the line end behind the number does not matter
+    const int error = end != text ? errno : 0;              // no digits count as 0, whatever the library says of them
     if (number == std::numeric_limits<long long>::max() || number == std::numeric_limits<long long>::min()) {
         return 102;
     }

@@ -9,7 +9,7 @@
 
 namespace zv_loc_fw {
 
-/// Bytes of a body, either way: what fits into one message beside the other fields of its card. A response that grows
+/// Bytes of a response's body: what fits into one message beside the other fields of its card. A response that grows
 /// beyond it fails like one that memory cannot hold.
 inline constexpr size_t kMaxBodySize = pos_util::kPosIpcMaxMessage - 64 * 1024;
 

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -128,7 +129,7 @@ TEST(PosIpc, MessagesOfAnySizeArriveWholeAndInOrder) {
     Participant participant(dir.path("a"));
     const auto sender = PosIpc::getPosIpcLocalSender(dir.path("a").c_str());
     const size_t before = openDescriptors();
-    for (const size_t size : {0, 1, 65535, 65536, 65537, 210000, 5 * 1024 * 1024, 3}) {
+    for (const size_t size : {0U, 1U, 65535U, 65536U, 65537U, 210000U, 5U * 1024 * 1024, 3U}) {
         std::string message(size, 'x');
         for (size_t i = 0; i < size; ++i) {
             message[i] = static_cast<char>(i * 31 + i / 256);
@@ -214,13 +215,17 @@ TEST(PosIpc, EveryDescriptorButOneSealedMemfdIsRefusedAndClosed) {
     }
 }
 
-TEST(PosIpc, HandedDescriptorsAreGoneWhenTheTableIsFull) {
+TEST(PosIpc, FullDescriptorTableCostsOneMessageOnly) {
     const TempDir dir;
     const LogCapture log;
     Participant participant(dir.path("a"));
     const int sealed = makeFile("sealed", kAllSeals);
     sendRaw(dir.path("a"), "ready", {});
     participant.take(1);
+    rlimit before = {};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit few = {static_cast<rlim_t>(sealed) + 64, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
     std::vector<int> hoard;
     for (int fd = dup(sealed); fd >= 0; fd = dup(sealed)) {
         hoard.push_back(fd);
@@ -232,6 +237,7 @@ TEST(PosIpc, HandedDescriptorsAreGoneWhenTheTableIsFull) {
     for (const int fd : hoard) {
         close(fd);
     }
+    setrlimit(RLIMIT_NOFILE, &before);
     sendRaw(dir.path("a"), "m", {sealed});
     EXPECT_THAT(participant.take(1), ElementsAre("sealed"));
     close(sealed);
@@ -255,7 +261,7 @@ TEST(PosIpc, ReceiverReplacesOldFilesAndRemovesOnlyItsOwn) {
     const LogCapture log;
     const std::string path = dir.path("a");
     dir.write("target", "stays");
-    symlink(dir.path("target").c_str(), path.c_str());
+    std::filesystem::create_symlink(dir.path("target"), path);
     {
         const Participant over_link(path);
         EXPECT_TRUE(over_link.made());
