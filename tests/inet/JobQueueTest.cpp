@@ -94,6 +94,9 @@ TEST_F(JobQueueTest, JobsStartInOrderOfArrivalWhateverTheirDeadlines) {
     EXPECT_TRUE(log.waitFor("[agent] job queue depleted"));
     // 1 arrives and starts; 2, 3, 4 arrive: the nearest deadline; then each starts and the rest is looked through.
     EXPECT_THAT(armed(), ElementsAre(60, 60, 30, 10, 10, 10, 30, 20, 10, 20));
+    advance(100);
+    sync();
+    EXPECT_FALSE(log.contains("[agent] time out ")) << "no timer is left behind";
     EXPECT_FALSE(log.contains("failed"));
 }
 
@@ -257,6 +260,8 @@ TEST(CalculateTimeout, NamesWhatIsMissing) {
     EXPECT_EQ(calculateTimeout(messageOf(Card().int32("TIMEOUT-SEC", 5)).get(), &remaining), 0);
     EXPECT_TRUE(remaining.isValid());
     EXPECT_EQ(remaining.seconds(), 5);
+    EXPECT_EQ(calculateTimeout(messageOf(Card().int32("TIMEOUT-SEC", 0)).get(), &remaining), 0);
+    EXPECT_TRUE(remaining.isValid()) << "the deadline itself is in time";
     EXPECT_EQ(calculateTimeout(messageOf(Card().int32("TIMEOUT-SEC", -1)).get(), &remaining), 0);
     EXPECT_FALSE(remaining.isValid());
     EXPECT_EQ(remaining.seconds(), 0);

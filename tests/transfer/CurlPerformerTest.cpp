@@ -2,6 +2,8 @@
 
 #include <curl/curl.h>
 #include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -231,6 +233,25 @@ TEST_F(CurlPerformerTest, InterruptEndsTheTransferAndEveryLaterOne) {
     result = perform(get(server.url("/hello")));
     EXPECT_TRUE(result.has("CURL-ERROR")) << testing::PrintToString(result);
     EXPECT_EQ(server.requestCount(), 0U);
+}
+
+TEST(OpenSockets, ShuttingDownWakesReadersAndRefusesNewSockets) {
+    const RawServer silent([](RawConnection& connection) { connection.stall(); });
+    OpenSockets sockets;
+    curl_sockaddr where{};
+    where.family = AF_INET;
+    where.socktype = SOCK_STREAM;
+    const curl_socket_t socket = OpenSockets::open(&sockets, CURLSOCKTYPE_IPCXN, &where);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<uint16_t>(silent.port()));
+    ASSERT_EQ(connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    sockets.shutDownAll();
+    char byte = 0;
+    EXPECT_EQ(recv(socket, &byte, 1, 0), 0) << "for ever otherwise";
+    EXPECT_EQ(OpenSockets::close(&sockets, socket), 0);
+    EXPECT_EQ(OpenSockets::open(&sockets, CURLSOCKTYPE_IPCXN, &where), CURL_SOCKET_BAD);
 }
 
 TEST_F(CurlPerformerTest, TheTraceIsWrittenWhenItIsSwitchedOn) {
