@@ -1,27 +1,29 @@
 #pragma once
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <ctime>
+#include <functional>
 #include <string>
+#include <vector>
 
+#include "base/log.h"
 #include "support/LogCapture.h"
-
-#if defined(__SANITIZE_THREAD__)
-#define UNDER_TSAN 1
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define UNDER_TSAN 1
-#endif
-#endif
 
 namespace base_test {
 
-/// Everything is logged, captured, and reset afterwards.
+/// Everything is logged, captured; reset afterwards.
 class BaseTest : public testing::Test {
 protected:
-    BaseTest();
-    ~BaseTest() override;
+    BaseTest() {
+        zv_loc_fw::log_set_global_level(static_cast<zv_loc_fw::ERROR_LEVEL>(100));
+        zv_loc_fw::log_set_global_tag("TEST");
+    }
+    ~BaseTest() override {
+        zv_loc_fw::log_clear_local_levels();
+        zv_loc_fw::log_set_global_level(static_cast<zv_loc_fw::ERROR_LEVEL>(0));
+    }
 
     test_support::LogCapture mLog;
 };

@@ -7,39 +7,27 @@
 #include <memory>
 
 #include "base/BaseTest.h"
-#include "base/Faults.h"
 
 namespace {
 
 using namespace zv_loc_fw;
-using base_test::Fault;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::MatchesRegex;
 using testing::StartsWith;
 
 class ConfigFileTest : public base_test::BaseTest {
 protected:
     ~ConfigFileTest() override { (void)std::remove(mPath.c_str()); }
 
-    std::unique_ptr<ConfigFile> load(const std::string& content) {
+    using File = std::unique_ptr<ConfigFile>;
+    static File open(const char* path) { return File(ConfigFile::createInstance(path, 0, false)); }
+    File load(const std::string& content) {
         std::ofstream(mPath, std::ios::binary) << content;
-        return std::unique_ptr<ConfigFile>(ConfigFile::createInstance(mPath.c_str(), 0, false));
-    }
-
-    std::string failure(int code, int line) const {
-        return "\\[ConfigFile\\] ConfigFileImpl: cannot load config file result \\[" + std::to_string(code) +
-               "\\] \\[" + mPath + "\\], error \\[[0-9]+\\]\\[.*\\], line\\[" + std::to_string(line) + "\\]";
+        return open(mPath.c_str());
     }
 
     std::string mPath = testing::TempDir() + "config-" + std::to_string(getpid());
 };
-
-std::string stringOf(const ConfigFile& file, const char* key) {
-    const char* value = nullptr;
-    const int result = file.getString(key, &value);
-    return result == 0 ? value : "result " + std::to_string(result);
-}
 
 TEST_F(ConfigFileTest, ReadsKeysAndValues) {
     const std::string long_value(1018, 'v');
@@ -54,21 +42,36 @@ TEST_F(ConfigFileTest, ReadsKeysAndValues) {
         "twice = 1\ntwice = 2\nlast=no newline");
     ASSERT_TRUE(file->loaded());
     const std::pair<const char*, std::string> cases[] = {
-        {"a", "1"},     {"A", "result 1000"},   {"A_b-9", "text with blanks"}, {"hash", "a # b"}, {"quoted", "  x  "},
-        {"empty", ""},  {"inner", "a\"b"},      {"open_end", "a\""},           {"equals", "= x"}, {"l", long_value},
-        {"twice", "2"}, {"last", "no newline"},
+        {"a", "1"},
+        {"A_b-9", "text with blanks"},
+        {"hash", "a # b"},
+        {"quoted", "  x  "},
+        {"empty", ""},
+        {"inner", "a\"b"},
+        {"open_end", "a\""},
+        {"equals", "= x"},
+        {"l", long_value},
+        {"twice", "2"},
+        {"last", "no newline"},
     };
     for (const auto& [key, value] : cases) {
-        EXPECT_EQ(stringOf(*file, key), value);
+        const char* text = nullptr;
+        EXPECT_EQ(file->getString(key, &text), 0);
+        EXPECT_EQ(text, value) << key;
+        EXPECT_EQ(file->getStringDup(key, &text, "default"), 0);
+        EXPECT_EQ(text, value);
+        delete[] text;
     }
     EXPECT_THAT(mLog.texts(), IsEmpty());
+    const char* text = "before";
+    EXPECT_EQ(file->getString("A", &text), 1000);
+    EXPECT_EQ(text, nullptr);
+    EXPECT_EQ(file->getString(nullptr, &text), 3);
+    EXPECT_EQ(file->getStringDup("a", nullptr, "d"), 4);
 }
 
 TEST_F(ConfigFileTest, OneBadLineMakesEveryKeyAbsent) {
-    const struct {
-        std::string line;
-        int code;
-    } cases[] = {
+    const std::pair<std::string, int> cases[] = {
         {"k = " + std::string(1018, 'v') + "\n", 101},  // 1023 with its newline
         {"k = " + std::string(1019, 'v'), 101},
         {"#" + std::string(3000, 'c'), 101},
@@ -77,7 +80,6 @@ TEST_F(ConfigFileTest, OneBadLineMakesEveryKeyAbsent) {
         {"= 1", 110},
         {"\xEF\xBB\xBFk = 1", 110},
         {"k 1", 111},
-        {"k: 1", 111},
         {"k x = 1", 111},
         {"k", 111},
         {"k =", 112},
@@ -90,7 +92,11 @@ TEST_F(ConfigFileTest, OneBadLineMakesEveryKeyAbsent) {
         mLog.clear();
         const auto file = load("first = 1\n\n" + line + "\nlast = 2\n");
         EXPECT_FALSE(file->loaded()) << line;
-        EXPECT_THAT(mLog.texts(), ElementsAre(MatchesRegex(failure(code, 3)))) << line;
+        EXPECT_THAT(mLog.texts(),
+                    ElementsAre(testing::MatchesRegex(
+                        "\\[ConfigFile\\] ConfigFileImpl: cannot load config file result \\[" + std::to_string(code) +
+                        "\\] \\[" + mPath + "\\], error \\[[0-9]+\\]\\[.*\\], line\\[3\\]")))
+            << line;
         int32_t number = 7;
         EXPECT_EQ(file->getInt32("first", number), 1000);
         EXPECT_EQ(number, 7);
@@ -98,19 +104,15 @@ TEST_F(ConfigFileTest, OneBadLineMakesEveryKeyAbsent) {
 }
 
 TEST_F(ConfigFileTest, FileThatCannotBeReadStillYieldsAnObject) {
-    const std::unique_ptr<ConfigFile> none(ConfigFile::createInstance(nullptr, 0, false));
-    const std::unique_ptr<ConfigFile> missing(ConfigFile::createInstance("/nonexistent/file", 0, false));
-    const std::unique_ptr<ConfigFile> directory(ConfigFile::createInstance("/", 0, false));
-    EXPECT_FALSE(none->loaded() || missing->loaded() || directory->loaded());
+    const auto none = open(nullptr);
+    EXPECT_FALSE(none->loaded() || open("/nonexistent/file")->loaded() || open("/")->loaded());
     const std::string start = "[ConfigFile] ConfigFileImpl: cannot load config file result ";
     EXPECT_THAT(mLog.texts(),
                 ElementsAre(start + "[2] [], error [0][Success], line[0]",
                             start + "[3] [/nonexistent/file], error [2][No such file or directory], line[0]",
                             start + "[10] [/], error [21][Is a directory], line[0]"));
-    mLog.clear();
     const char* text = nullptr;
     EXPECT_EQ(none->getString("k", &text), 2);
-    EXPECT_EQ(none->getString(nullptr, &text), 2);
     EXPECT_EQ(none->getStringDup("k", &text, nullptr), 1000);
     EXPECT_EQ(none->getStringDup("k", &text, "default"), 0);
     EXPECT_STREQ(text, "default");
@@ -121,10 +123,6 @@ TEST_F(ConfigFileTest, FileThatCannotBeReadStillYieldsAnObject) {
     EXPECT_EQ(number, 5);
     EXPECT_EQ(none->getDoubleDefault("k", real, 2.5), 0);
     EXPECT_EQ(real, 2.5);
-    EXPECT_THAT(mLog.texts(),
-                ElementsAre("[ConfigFile] getString failed [k] 2", "[ConfigFile] getString failed 2",
-                            "[ConfigFile] getInt32 m_loaded is false", "[ConfigFile] getDouble m_loaded is false"));
-    EXPECT_EQ(mLog.lines().back().priority, 3);
 }
 
 TEST_F(ConfigFileTest, ConvertsNumbersOrSaysWhyNot) {
@@ -146,7 +144,6 @@ TEST_F(ConfigFileTest, ConvertsNumbersOrSaysWhyNot) {
         {"-9223372036854775808", 102, 7, 0, -9223372036854775808.0},
         {"text", 104, 7, 103, 7},
         {"5 apples", 104, 7, 103, 7},
-        {"1x", 104, 7, 103, 7},
         {"0x", 104, 7, 103, 7},
         {"2.5", 104, 7, 0, 2.5},
         {"1e999", 104, 7, 102, 7},
@@ -155,19 +152,16 @@ TEST_F(ConfigFileTest, ConvertsNumbersOrSaysWhyNot) {
     };
     for (const auto& c : cases) {
         const auto file = load(std::string("k = ") + c.text + "\n");
-        mLog.clear();
         int32_t number = 7;
         EXPECT_EQ(file->getInt32("k", number), c.code) << c.text;
         EXPECT_EQ(number, c.number) << c.text;
-        EXPECT_EQ(mLog.count("[ConfigFile] getInt32 failed [k] " + std::to_string(c.code)), c.code != 0 ? 1U : 0U);
+        EXPECT_TRUE(c.code == 0 || mLog.contains("[ConfigFile] getInt32 failed [k] " + std::to_string(c.code)));
         EXPECT_EQ(file->getInt32Default("k", number, 9), c.code) << "an error takes no default";
         double real = 7;
         EXPECT_EQ(file->getDouble("k", real), c.real_code) << c.text;
         EXPECT_EQ(real, c.real) << c.text;
-        EXPECT_EQ(mLog.count("[ConfigFile] getDouble failed [k] " + std::to_string(c.real_code)),
-                  c.real_code != 0 ? 1U : 0U);
-        EXPECT_EQ(mLog.count("conversion error [34] [Numerical result out of range]"), c.real_code == 102 ? 1U : 0U);
     }
+    EXPECT_EQ(mLog.count("conversion error [34] [Numerical result out of range]"), 1U);
 }
 
 TEST_F(ConfigFileTest, SignedGettersLookAtTheOutputAfterwards) {
@@ -188,56 +182,6 @@ TEST_F(ConfigFileTest, SignedGettersLookAtTheOutputAfterwards) {
         EXPECT_EQ(file->get_PNZ_Int32Default(c.key, value, 2), c.pnz_result) << c.key;
         EXPECT_EQ(value, c.pnz_value) << c.key;
     }
-}
-
-TEST_F(ConfigFileTest, MissingArgumentsHaveTheirCodes) {
-    const auto file = load("k = v\n");
-    const char* text = "before";
-    int32_t number = 0;
-    double real = 0;
-    EXPECT_EQ(file->getString(nullptr, &text), 3);
-    EXPECT_EQ(file->getString("k", nullptr), 4);
-    EXPECT_EQ(file->getStringDup(nullptr, &text, "d"), 3);
-    EXPECT_EQ(file->getStringDup("k", nullptr, "d"), 4);
-    EXPECT_EQ(file->getInt32(nullptr, number), 3);
-    EXPECT_EQ(file->getDouble(nullptr, real), 3);
-    EXPECT_THAT(mLog.texts(),
-                ElementsAre("[ConfigFile] getString failed 3", "[ConfigFile] getString failed [k] 4",
-                            "[ConfigFile] getStringDup failed 3", "[ConfigFile] getStringDup failed [k] 4",
-                            "[ConfigFile] getInt32 failed 3", "[ConfigFile] getDouble failed 3"));
-    EXPECT_STREQ(text, "before");
-    EXPECT_EQ(file->getString("absent", &text), 1000);
-    EXPECT_EQ(text, nullptr);
-}
-
-TEST_F(ConfigFileTest, WithoutMemoryThereIsACode) {
-    const char* const copy_line = "[ConfigFile] subStringDup failed 4";
-    const struct {
-        std::vector<int> failing;  // the line's buffer is the first allocation, then key and value
-        int code;
-        size_t copy_lines;
-    } cases[] = {{{0}, 4, 0}, {{1}, 114, 1}, {{2}, 115, 1}, {{1, 2}, 114, 2}};
-    for (const auto& c : cases) {
-        mLog.clear();
-        std::vector<std::unique_ptr<Fault>> faults;
-        for (const int skip : c.failing) {
-            faults.push_back(std::make_unique<Fault>("new[]", ENOMEM, skip));
-        }
-        const auto file = load("k = v\n");
-        EXPECT_FALSE(file->loaded());
-        EXPECT_EQ(mLog.count(copy_line), c.copy_lines);
-        EXPECT_THAT(mLog.texts().back(), MatchesRegex(failure(c.code, c.code == 4 ? 0 : 1)));
-    }
-    const auto file = load("k = v\n");
-    mLog.clear();
-    for (const auto& [key, code] : {std::pair{"k", 101}, std::pair{"absent", 111}}) {
-        const Fault fault("new[]", ENOMEM);
-        const char* text = "before";
-        EXPECT_EQ(file->getStringDup(key, &text, "d"), code);
-        EXPECT_EQ(text, nullptr);
-    }
-    EXPECT_THAT(mLog.texts(), ElementsAre("[ConfigFile] getStringDup failed [k] 101",
-                                          "[ConfigFile] getStringDup failed [absent] 111"));
 }
 
 }  // namespace
