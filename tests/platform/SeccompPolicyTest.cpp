@@ -12,16 +12,11 @@ namespace {
 
 /// "1", or alternatives like "0==5&&1in3", and what else, like "else 13".
 std::string describe(const SeccompRule& rule) {
-    static const std::map<SeccompOperator, std::string> kOperators = {
-        {SeccompOperator::kEqual, "=="},   {SeccompOperator::kNotEqual, "!="},
-        {SeccompOperator::kLess, "<"},     {SeccompOperator::kLessOrEqual, "<="},
-        {SeccompOperator::kGreater, ">"},  {SeccompOperator::kGreaterOrEqual, ">="},
-        {SeccompOperator::kAnyBit, " & "}, {SeccompOperator::kOnlyBits, " in "},
-    };
+    static constexpr const char* kOperators[] = {"==", "!=", "<", "<=", ">", ">=", " & ", " in "};
     std::string text = rule.allowed ? "1 " : "";
     for (const auto& conditions : rule.alternatives) {
         for (const SeccompCondition& condition : conditions) {
-            text += std::to_string(condition.argument) + kOperators.at(condition.compare) +
+            text += std::to_string(condition.argument) + kOperators[static_cast<size_t>(condition.compare)] +
                     std::to_string(condition.value) + (&condition == &conditions.back() ? " " : " && ");
         }
         text += "|| ";

@@ -48,4 +48,9 @@ TempDir::~TempDir() {
     std::filesystem::remove_all(mPath, ignored);
 }
 
+std::string TempDir::write(const std::string& name, const std::string& content) const {
+    writeFile(file(name), content);
+    return file(name);
+}
+
 }  // namespace test_support

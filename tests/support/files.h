@@ -19,6 +19,8 @@ public:
 
     [[nodiscard]] const std::string& path() const { return mPath; }
     [[nodiscard]] std::string file(const std::string& name) const { return mPath + "/" + name; }
+    /// @return file(name), written
+    std::string write(const std::string& name, const std::string& content) const;
 
 private:
     std::string mPath;
