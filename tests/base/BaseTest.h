@@ -13,7 +13,7 @@
 
 namespace base_test {
 
-/// Everything is logged, captured; reset afterwards.
+/// Everything is logged and captured; afterwards nothing is.
 class BaseTest : public testing::Test {
 protected:
     BaseTest() {
