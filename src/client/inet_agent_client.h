@@ -43,15 +43,15 @@ namespace inet_agent {
 
 /// What became of a request. Only `result` carries an HTTP status.
 enum class ReplyKind {
-    result,            ///< the server answered, with any HTTP status
-    errorReply,        ///< the agent gave up on it (not ready, or its time ran out): see text
-    transferFailed,    ///< no answer from the server: see text
-    transferTimedOut,  ///< no answer from the server in time
-    noReplyInTime,     ///< nothing came from the agent; it may be out of service (docs/troubleshooting.md)
-    noSuchParticipant, ///< there is no socket of the controller's name: the agent is not running; nothing was sent
-    staleSocket,       ///< there is one, and nobody listens on it: the agent has died; nothing was sent
-    refused,           ///< not sent, because it would harm the agent or cannot be sent: see text
-    closed,            ///< the client was destroyed while the request was in flight
+    result,             ///< the server answered, with any HTTP status
+    errorReply,         ///< the agent gave up on it (not ready, or its time ran out): see text
+    transferFailed,     ///< no answer from the server: see text
+    transferTimedOut,   ///< no answer from the server in time
+    noReplyInTime,      ///< nothing came from the agent; it may be out of service (docs/troubleshooting.md)
+    noSuchParticipant,  ///< there is no socket of the controller's name: the agent is not running; nothing was sent
+    staleSocket,        ///< there is one, and nobody listens on it: the agent has died; nothing was sent
+    refused,            ///< not sent, because it would harm the agent or cannot be sent: see text
+    closed,             ///< the client was destroyed while the request was in flight
 };
 
 /// "result", "error reply", ...; static.
@@ -76,13 +76,13 @@ struct Request {
 
 struct Reply {
     ReplyKind kind = ReplyKind::closed;
-    std::int32_t txId = 0;                       ///< 0 when nothing was sent
-    std::int32_t httpStatus = 0;                 ///< result: the HTTP status
-    std::string body;                            ///< result: the body, perhaps empty
-    std::int32_t bytesReceived = 0;              ///< result and failed transfers: body bytes that had arrived
-    std::optional<std::int32_t> retryAfterSec;   ///< of the server's Retry-After header
-    std::string text;                            ///< everything but result: the cause, as it was told or found
-    std::chrono::microseconds elapsed{0};        ///< from sending to the reply, or to giving up
+    std::int32_t txId = 0;                      ///< 0 when nothing was sent
+    std::int32_t httpStatus = 0;                ///< result: the HTTP status
+    std::string body;                           ///< result: the body, perhaps empty
+    std::int32_t bytesReceived = 0;             ///< result and failed transfers: body bytes that had arrived
+    std::optional<std::int32_t> retryAfterSec;  ///< of the server's Retry-After header
+    std::string text;                           ///< everything but result: the cause, as it was told or found
+    std::chrono::microseconds elapsed{0};       ///< from sending to the reply, or to giving up
 };
 
 struct Options {

@@ -70,7 +70,7 @@ private:
     void dropAll();
     int queuedJobsTimeout();
     int activeJobTimeout();
-    int notifyQueuedJobTimeout(MqMsgWrapper* job, int no_card, int not_sent);
+    int notifyQueuedJobTimeout(MqMsgWrapper* job);
     int armQueuedJobsTimer(const TimeDiff& delay);
 
     const char* const mName;
