@@ -32,10 +32,10 @@ public:
     int init() override { return 0; }
     /// Deletes every waiting job, without replies. @return 0
     int deinit() override;
-    /// Either timer has fired. @return 0 or the code of "timerCallback failed %d": 2 no timer; 3 active job not
-    /// answered;
-    ///         21 timer not armed; 101 no deadline, 102 waiting job not answered (the timer then stays unarmed); 300
-    ///         which?
+    /// Either timer has fired. @return 0 or the code of "timerCallback failed %d":
+    /// 2 no timer; 3 active job not answered;
+    ///         21 timer not armed; 101 no deadline, 102 waiting job not answered (the
+    ///         timer then stays unarmed); 300 which?
     int timerCallback(const TimerDataInterface* timer) override;
 
     /// Adds a job, answers and drops those that have expired, and arms the timer for the rest.

@@ -214,8 +214,8 @@ void CurlPerformer::addResponse(const TransferRequest& request, CardBuilder* res
     log_info(mName, "HTTP response code: %d", static_cast<int>(response_code));
 }
 
-/// @return 0; 3 no memory for the message; 4 to 9 not built; 10, 11 no memory for the reader, the wrapper; 12 not
-/// queued
+/// @return 0; 3 no memory for the message; 4 to 9 not built; 10, 11 no memory for
+/// the reader, the wrapper; 12 not queued
 int CurlPerformer::notifyHttpResult(const CardBuilder& result_card) {
     const char* controller_name = mController->getSelfIpcName();
     CardBuilder builder(3, 4);

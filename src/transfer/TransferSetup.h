@@ -21,16 +21,16 @@ struct TransferHooks {
 };
 
 /// Sets a freshly reset libcurl handle up for one request, option by option in a fixed order. Owns the header list, to
-/// which the handle points: it lives until the transfer is over, and then nothing but a reset may follow. Worker's
-/// thread.
+/// which the handle points: it lives until the transfer is over, and then nothing but
+/// a reset may follow. Worker's thread.
 class TransferSetup {
 public:
     /// @param tag of the log lines
     TransferSetup(CURL* handle, const char* tag) : mHandle(handle), mTag(tag) {}
 
     /// Reads the body of a POST on the way, and archives it.
-    /// @return 0, or the step that failed: 18, 19 trace; 20 to 25 callbacks; 26 "TIMEOUT-SEC" not readable; 27 a second
-    /// or
+    /// @return 0, or the step that failed: 18, 19 trace; 20 to 25 callbacks; 26
+    /// "TIMEOUT-SEC" not readable; 27 a second or
     ///         less left; 28 time-out; 29 URL; 30 CA file; 31 "FORCE_NEW_CONNECTION" not readable; 32 to 34 connection;
     ///         39 device key or certificate missing; 40 to 43 client certificate; 50 to 55 body; 56, 60 header fields
     ///         not readable; 61 headers; 62 to 64 redirects. 35 to 38, 44 to 46 and 57 are steps of our own that the
