@@ -133,20 +133,16 @@ void Client::Impl::request(const Request& request, Callback callback) {
         end(0, pending, std::move(*absent));
         return;
     }
-    std::int32_t tx_id = 0;
-    bool wakes = false;
-    {
-        const std::lock_guard lock(mMutex);
-        if (!mClosed) {
-            const std::optional<Clock::time_point> next = mInFlight.nextDeadline();
-            wakes = !next.has_value() || pending.deadline < *next;
-            tx_id = mInFlight.add(std::move(pending));
-        }
-    }
-    if (tx_id == 0) {
+    std::unique_lock lock(mMutex);
+    if (mClosed) {
+        lock.unlock();
         end(0, pending, makeReply(ReplyKind::closed, "the client is being closed"));
         return;
     }
+    const std::optional<Clock::time_point> next = mInFlight.nextDeadline();
+    const bool wakes = !next.has_value() || pending.deadline < *next;
+    const std::int32_t tx_id = mInFlight.add(std::move(pending));
+    lock.unlock();
     if (wakes) {
         mChanged.notify_one();
     }

@@ -1,85 +1,22 @@
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <set>
 #include <thread>
 
-#include "inet_agent_client.h"
-#include "support/DeviceFiles.h"
-#include "support/TestClient.h"
+#include "client/ClientTest.h"
 
-/// The library against a controller that the test plays.
 namespace inet_agent {
 namespace {
 
 using namespace std::chrono_literals;
-using test_support::Card;
-using test_support::TestClient;
 using test_support::Type;
 using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-
-constexpr const char* kController = "inet-agent-cs";
-
-/// What every reply to a request begins with.
-Card replyTo(const Card& asked) {
-    return Card()
-        .string("FROM", *asked.getString("TO"))
-        .string("TO", *asked.getString("FROM"))
-        .int32("TX-ID", *asked.getInt32("TX-ID"))
-        .string("RESP", *asked.getString("REQ"));
-}
-
-Card result(const Card& asked, const std::string& body) {
-    return replyTo(asked).blob("HTTP-RESP-DATA", body).int32("HTTP-RESP-CODE", 200);
-}
-
-Request get(const std::string& url = "http://x/") {
-    Request request;
-    request.url = url;
-    return request;
-}
-
-Request post(const std::string& body) {
-    Request request = get();
-    request.method = "POST";
-    request.body = body;
-    return request;
-}
-
-/// One that nobody answers in time.
-Request impatient() {
-    Request request = get();
-    request.timeoutSec = 0;
-    request.patience = 10ms;
-    request.allowHarmful = true;
-    return request;
-}
-
-Client open(const std::string& name, const Options& options = {}) {
-    OpenResult opened = Client::open(name, options);
-    EXPECT_TRUE(opened.client.has_value()) << opened.error;
-    return std::move(*opened.client);
-}
-
-size_t entries(const char* directory) {
-    return static_cast<size_t>(
-        std::distance(std::filesystem::directory_iterator(directory), std::filesystem::directory_iterator()));
-}
-
-class ClientTest : public testing::Test {
-protected:
-    ClientTest() { test_support::device_files::reset(); }
-};
 
 TEST_F(ClientTest, RequestCarriesWhatWasAsked) {
     TestClient controller(kController);
@@ -118,42 +55,32 @@ TEST_F(ClientTest, RequestCarriesWhatWasAsked) {
 }
 
 TEST_F(ClientTest, EachReplyHasItsKind) {
+    using Kind = ReplyKind;
     const struct {
         const char* what;
-        std::function<Card(Card)> fill;
-        ReplyKind kind;
+        Card fields;
+        Kind kind;
         int32_t status;
         const char* body;
         int32_t bytes;
         int32_t retryAfter;  // -1: none
         const char* text;
     } cases[] = {
-        {"body",
-         [](Card c) {
-             return c.blob("HTTP-RESP-DATA", "hi").int32("HTTP-RESP-CODE", 200).int32("HTTP-RESP-DATA-SIZE", 2);
-         },
-         ReplyKind::result, 200, "hi", 2, -1, ""},
-        {"no body", [](Card c) { return c.int32("HTTP-RESP-CODE", 204).int32("HTTP-RESP-DATA-SIZE", 0); },
-         ReplyKind::result, 204, "", 0, -1, ""},
-        {"busy server", [](Card c) { return c.int32("HTTP-RESP-CODE", 503).int32("HTTP-RETRY-AFTER", 120); },
-         ReplyKind::result, 503, "", 0, 120, ""},
-        {"unknown status", [](Card c) { return c.blob("HTTP-RESP-DATA", "hi").int32("HTTP-RESP-DATA-SIZE", 2); },
-         ReplyKind::result, 0, "hi", 2, -1, ""},
-        {"timed out",
-         [](Card c) {
-             return c.boolean("CURL-TIMEOUT", true).string("CURL-ERROR", "slow").int32("HTTP-RESP-DATA-SIZE", 9);
-         },
-         ReplyKind::transferTimedOut, 0, "", 9, -1, "slow"},
-        {"failed",
-         [](Card c) {
-             return c.boolean("CURL-TIMEOUT", false).string("CURL-ERROR", "cut").int32("HTTP-RETRY-AFTER", 0);
-         },
-         ReplyKind::transferFailed, 0, "", 0, 0, "cut"},
-        {"failed without a text", [](Card c) { return c.boolean("CURL-TIMEOUT", false).string("CURL-ERROR", ""); },
-         ReplyKind::transferFailed, 0, "", 0, -1, "the transfer failed"},
-        {"error reply",
-         [](Card c) { return c.string("CURL-ERROR", "Inet agent not ready").int32("HTTP-RESP-CODE", 0); },
-         ReplyKind::errorReply, 0, "", 0, -1, "Inet agent not ready"},
+        {"body", Card().blob("HTTP-RESP-DATA", "hi").int32("HTTP-RESP-CODE", 200).int32("HTTP-RESP-DATA-SIZE", 2),
+         Kind::result, 200, "hi", 2, -1, ""},
+        {"no body", Card().int32("HTTP-RESP-CODE", 204).int32("HTTP-RESP-DATA-SIZE", 0), Kind::result, 204, "", 0, -1,
+         ""},
+        {"busy server", Card().int32("HTTP-RESP-CODE", 503).int32("HTTP-RETRY-AFTER", 120), Kind::result, 503, "", 0,
+         120, ""},
+        {"unknown status", Card().blob("HTTP-RESP-DATA", "hi"), Kind::result, 0, "hi", 0, -1, ""},
+        {"timed out", Card().boolean("CURL-TIMEOUT", true).string("CURL-ERROR", "slow").int32("HTTP-RESP-DATA-SIZE", 9),
+         Kind::transferTimedOut, 0, "", 9, -1, "slow"},
+        {"failed", Card().boolean("CURL-TIMEOUT", false).string("CURL-ERROR", "cut").int32("HTTP-RETRY-AFTER", 0),
+         Kind::transferFailed, 0, "", 0, 0, "cut"},
+        {"failed without a text", Card().boolean("CURL-TIMEOUT", false).string("CURL-ERROR", ""), Kind::transferFailed,
+         0, "", 0, -1, "the transfer failed"},
+        {"error reply", Card().string("CURL-ERROR", "Inet agent not ready").int32("HTTP-RESP-CODE", 0),
+         Kind::errorReply, 0, "", 0, -1, "Inet agent not ready"},
     };
     TestClient controller(kController);
     Client client = open("me");
@@ -161,7 +88,11 @@ TEST_F(ClientTest, EachReplyHasItsKind) {
         auto future = client.request(get());
         const auto asked = controller.receive();
         ASSERT_TRUE(asked.has_value());
-        controller.send(test.fill(replyTo(*asked)));
+        Card answer = replyTo(*asked);
+        for (const auto& field : test.fields.fields()) {
+            answer.add(field.name, field.type, field.value);
+        }
+        controller.send(answer);
         const Reply reply = future.get();
         EXPECT_EQ(reply.kind, test.kind) << test.what;
         EXPECT_EQ(reply.httpStatus, test.status) << test.what;
@@ -317,148 +248,6 @@ TEST_F(ClientTest, FiftyInFlightFromFourThreads) {
     Client(std::move(client));  // its callbacks have returned then
     EXPECT_EQ(wrong, 0);
     EXPECT_EQ(called, 30);
-}
-
-TEST_F(ClientTest, GuardRailsHold) {
-    enum Override { kNever, kAllowed };
-    const struct {
-        const char* what;
-        std::function<void(Request&)> change;
-        Override override;
-        const char* text;
-    } cases[] = {
-        {"method", [](Request& r) { r.method = "PUT"; }, kAllowed, "neither GET nor POST"},
-        {"empty method", [](Request& r) { r.method = ""; }, kAllowed, "neither GET nor POST"},
-        {"empty URL", [](Request& r) { r.url = ""; }, kAllowed, "URL is empty"},
-        {"long URL", [](Request& r) { r.url.assign(8'000'001, 'u'); }, kAllowed, "8000000"},
-        {"POST without a body", [](Request& r) { r.method = "POST"; }, kAllowed, "needs a body"},
-        {"time-out", [](Request& r) { r.timeoutSec = 2; }, kAllowed, "below 3 s"},
-        {"negative time-out", [](Request& r) { r.timeoutSec = INT32_MIN; }, kAllowed, "below 3 s"},
-        {"no controller", [](Request& r) { r.controller = ""; }, kNever, "no name"},
-        {"the hub", [](Request& r) { r.controller = "SERVER"; }, kNever, "no name"},
-        {"controller's path", [](Request& r) { r.controller = "../x"; }, kNever, "no name"},
-        {"itself", [](Request& r) { r.controller = "me"; }, kNever, "own"},
-        {"GET with a body", [](Request& r) { r.body = "b"; }, kNever, "no body with a GET"},
-        {"zero", [](Request& r) { r.url += std::string("\0x", 2); }, kNever, "zero"},
-        {"line break", [](Request& r) { r.contentType = "a\r\nX: b"; }, kNever, "line break"},
-        {"long type", [](Request& r) { r.contentType = std::string(242, 't'); }, kNever, "241"},
-        {"long version", [](Request& r) { r.protocolVersion = std::string(238, 't'); }, kNever, "237"},
-    };
-    TestClient controller(kController);
-    Client client = open("me");
-    for (const auto& test : cases) {
-        Request request = get();
-        test.change(request);
-        const Reply reply = client.call(request);
-        EXPECT_EQ(reply.kind, ReplyKind::refused) << test.what;
-        EXPECT_THAT(reply.text, HasSubstr(test.text)) << test.what;
-        request.allowHarmful = true;
-        auto future = client.request(request);
-        if (test.override == kNever) {
-            EXPECT_EQ(future.get().kind, ReplyKind::refused) << test.what;
-        } else {
-            const auto asked = controller.receive();
-            ASSERT_TRUE(asked.has_value()) << test.what;
-            EXPECT_EQ(asked->getInt32("TIMEOUT-SEC"), request.timeoutSec);
-        }
-    }
-    Request huge = post(std::string(256 * 1024 * 1024 - 64 * 1024 + 1, 'b'));
-    huge.allowHarmful = true;
-    EXPECT_EQ(client.call(huge).kind, ReplyKind::refused);
-    Request edges = post("b");
-    edges.contentType = std::string(241, 't');
-    edges.protocolVersion = std::string(237, 't');
-    edges.timeoutSec = 3;
-    auto future = client.request(edges);
-    ASSERT_TRUE(controller.receive().has_value());
-}
-
-TEST_F(ClientTest, LiveNamesAreLeftAloneUnlessTold) {
-    TestClient controller(kController);
-    std::optional<Client> first = open("me");
-    OpenResult second = Client::open("me");
-    EXPECT_FALSE(second.client.has_value());
-    EXPECT_THAT(second.error, HasSubstr("taken"));
-    EXPECT_FALSE(Client::open("you", {{"me"}, false}).client.has_value());
-    EXPECT_FALSE(Client::open("a/b").client.has_value());
-
-    Client thief = open("me", {{"also-me"}, true});
-    first.reset();
-    auto future = thief.request(get());
-    const auto asked = controller.receive();
-    ASSERT_TRUE(asked.has_value());
-    controller.send("also-me", result(*asked, "to the alias"));
-    EXPECT_EQ(future.get().body, "to the alias");
-}
-
-TEST_F(ClientTest, RequestsSurviveAMove) {
-    TestClient controller(kController);
-    Client first = open("one");
-    auto kept = first.request(get());
-    Client second = std::move(first);
-    first = open("two");
-    auto lost = first.request(get());
-    first = std::move(second);
-    EXPECT_EQ(lost.get().kind, ReplyKind::closed);
-    EXPECT_EQ(first.name(), "one");
-    const auto asked = controller.receive();
-    ASSERT_TRUE(asked.has_value());
-    controller.send(result(*asked, "kept"));
-    EXPECT_EQ(kept.get().body, "kept");
-}
-
-TEST_F(ClientTest, CallbacksMayAskAgainButNotWait) {
-    TestClient controller(kController);
-    Client client = open("me");
-    std::promise<std::future<Reply>> promised;
-    ReplyKind nested = ReplyKind::result;
-    client.request(get(), [&](const Reply&) {
-        nested = client.call(get()).kind;
-        promised.set_value(client.request(get()));
-    });
-    controller.send(result(*controller.receive(), "first"));
-    auto future = promised.get_future().get();
-    controller.send(result(*controller.receive(), "second"));
-    EXPECT_EQ(future.get().body, "second");
-    EXPECT_EQ(nested, ReplyKind::refused);
-    client.request(get(), nullptr);
-    controller.send(result(*controller.receive(), "for nobody"));
-    client.request(impatient(), Client::Callback());
-    EXPECT_EQ(client.call(impatient()).kind, ReplyKind::noReplyInTime);
-}
-
-TEST_F(ClientTest, EndLeavesNothingBehind) {
-    TestClient controller(kController);
-    const auto counts = [] {
-        return std::array{entries("/proc/self/fd"), entries("/proc/self/task"),
-                          entries(test_support::device_files::kSocketDirectory)};
-    };
-    const auto before = counts();
-    int closed = 0;
-    for (int i = 0; i < 3; ++i) {
-        std::vector<std::future<Reply>> futures;
-        {
-            Client client = open("me", {{"mine", "mine-too"}, false});
-            EXPECT_NE(counts(), before);
-            for (int j = 0; j < 3; ++j) {
-                futures.push_back(client.request(get()));
-                client.request(get(), [&](const Reply& reply) {
-                    closed += reply.kind == ReplyKind::closed;
-                    client.request(get(), [&](const Reply& again) { closed += again.kind == ReplyKind::closed; });
-                });
-            }
-            futures.push_back(client.request(post(std::string(100'000, 'x'))));
-        }
-        for (auto& future : futures) {
-            const Reply reply = future.get();
-            EXPECT_EQ(reply.kind, ReplyKind::closed);
-            EXPECT_THAT(reply.text, Not(IsEmpty()));
-        }
-        while (controller.receive(100ms).has_value()) {
-        }
-        EXPECT_EQ(counts(), before);
-    }
-    EXPECT_EQ(closed, 18);
 }
 
 }  // namespace

@@ -35,17 +35,6 @@ TEST(InFlightTest, NumbersWrapAroundThoseInFlight) {
     EXPECT_TRUE(crowded.take(second).has_value());
 }
 
-TEST(InFlightTest, OnlyTheRightAnswerTakesARequestOut) {
-    InFlight requests;
-    const std::int32_t id = requests.add(waiting(1));
-    EXPECT_FALSE(requests.takeAnswered(id + 1, "c", "GET").has_value());
-    EXPECT_FALSE(requests.takeAnswered(id, "d", "GET").has_value());
-    EXPECT_FALSE(requests.takeAnswered(id, "c", "POST").has_value());
-    EXPECT_TRUE(requests.takeAnswered(id, "c", "GET").has_value());
-    EXPECT_FALSE(requests.takeAnswered(id, "c", "GET").has_value());
-    EXPECT_EQ(requests.nextDeadline(), std::nullopt);
-}
-
 TEST(InFlightTest, EarliestDeadlineComesFirst) {
     InFlight requests;
     const std::int32_t last = requests.add(waiting(30));

@@ -16,11 +16,11 @@ inet_agent::toText(inet_agent::ReplyKind)
 END
 )
 names() { # of nm's lines, each name once
-    "$@" | sed -nE 's/^[0-9a-f]+ [^A ] (.*)$/\1/p' | sed 's/@@INET_AGENT_CLIENT_0$//' | sort -u
+    "$@" | sed -nE 's/^[0-9a-f]+ [^A ] (.*)$/\1/p' | sed 's/@@INET_AGENT_CLIENT_0$//' | c++filt | sort -u
 }
 
 status=0
-if ! diff <(echo "$public") <(names "$1" -DC --defined-only "$2") >&2; then
+if ! diff <(echo "$public") <(names "$1" -D --defined-only "$2") >&2; then
     echo "the shared library does not export exactly its public names (<: missing, >: too many)" >&2
     status=1
 fi
@@ -28,7 +28,7 @@ if [[ -n ${3-} ]]; then
     # The constructor that only the class itself can call is in the one object, too.
     private='inet_agent::Client::Client(std::unique_ptr<inet_agent::Client::Impl, '
     private+='std::default_delete<inet_agent::Client::Impl> >)'
-    if ! diff <(echo "$public") <(names "$1" -gC --defined-only "$3" | grep -vxF "$private") >&2; then
+    if ! diff <(echo "$public") <(names "$1" -g --defined-only "$3" | grep -vxF "$private") >&2; then
         echo "the static library's other names are not all local (<: missing, >: too many)" >&2
         status=1
     fi
