@@ -35,17 +35,19 @@ p { margin: .3rem 0; } .soft, figcaption, .a { color: var(--soft); fill: var(--s
 .legend { list-style: none; display: flex; flex-wrap: wrap; gap: .2rem 1rem; padding: 0; margin: .5rem 0;
   font-size: .85rem; color: var(--soft); }
 figure { margin: .6rem 0 1.4rem; } figcaption { font-size: .85rem; margin-bottom: .2rem; }
-figure svg { display: block; overflow: hidden; background: var(--card); border-radius: 6px; }
+figure div { background: var(--card); border-radius: 6px; padding: .4rem .7rem; }
+figure svg { display: block; overflow: hidden; }
 svg text { font: 12px system-ui, sans-serif; fill: var(--fg); } svg text.a { font-size: 11px; fill: var(--soft); }
 .g { stroke: var(--line); } .ok { fill: var(--ok); color: var(--ok); font-weight: 600; }
 .bad { fill: var(--bad); color: var(--bad); font-weight: 600; } .who { font-weight: 600; }
 .w { fill: var(--w); } .n { fill: var(--n); } .c { fill: var(--c); } .t { fill: var(--t); } .f { fill: var(--f); }
 .r { fill: var(--r); } .u { fill: var(--u); } .d { fill: var(--bad); }
-.wedge rect { fill: var(--wedge); fill-opacity: .13; }
+.wedge text { fill: var(--wedge); font-weight: 600; } .wedge rect { fill: var(--wedge); fill-opacity: .13; }
 .scroll { overflow-x: auto; } table { border-collapse: collapse; font-size: .85rem; white-space: nowrap; }
 th, td { text-align: left; padding: .25rem .6rem; border-bottom: 1px solid var(--line); vertical-align: top; }
 th { color: var(--soft); font-weight: 600; } .num { text-align: right; font-variant-numeric: tabular-nums; }
-td.text { white-space: normal; min-width: 14rem; } summary { cursor: pointer; margin: 1.5rem 0 .5rem; }
+td.text { white-space: normal; min-width: 22rem; }
+td.name { white-space: normal; min-width: 7rem; max-width: 14rem; } summary { cursor: pointer; margin: 1.5rem 0 .5rem; }
 )";
 
 std::string cell(const std::string& text, const char* style = nullptr) {
@@ -79,7 +81,7 @@ std::string wedgeAlert(const Report& report, const Wedge& wedge) {
                    (cause.method.empty() ? std::string() : ", REQ " + cause.method));
     if (cause.performFailed) {
         out += ": the worker rejected it with code " + std::to_string(*cause.performFailed) + " (" +
-               escaped(rejectionText(*cause.performFailed)) + ")";
+               escaped(rejectionText(cause)) + ")";
     }
     return out + ", so that no result followed. A restart of the agent is the cure.</div>\n";
 }
@@ -150,8 +152,8 @@ std::string list(const Report& report) {
         const auto wait = request.waitSec();
         const bool good = request.outcome == Outcome::kResult && request.httpStatus.value_or(0) < 400;
         out += "<tr>" + cell(timeText(request.beginUs(), report.timeDigits())) + cell(request.controller) +
-               cell(request.client) + cell(request.txId ? std::to_string(*request.txId) : "") + cell(request.method) +
-               cell(wait ? fixed(*wait, report.timeDigits()) : "", "num");
+               cell(request.client, "name") + cell(request.txId ? std::to_string(*request.txId) : "") +
+               cell(request.method) + cell(wait ? fixed(*wait, report.timeDigits()) : "", "num");
         for (const double value : {timing.name, timing.connect, timing.app, timing.firstByte}) {
             out += cell(value > 0 ? fixed(value, 4) : "", "num");
         }

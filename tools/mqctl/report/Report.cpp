@@ -67,10 +67,10 @@ const char* outcomeName(Outcome outcome) {
     return "unknown";
 }
 
-const char* rejectionText(int code) {
-    switch (code) {
+const char* rejectionText(const Request& request) {
+    switch (request.performFailed.value_or(0)) {
         case 6:
-            return "REQ is neither GET nor POST, or TO is missing";
+            return request.method.empty() ? "no TO, or REQ is neither GET nor POST" : "REQ is neither GET nor POST";
         case 9:
         case 10:
             return "no URL";
@@ -165,8 +165,7 @@ std::string Report::outcomeText(const Request& request) const {
             break;
     }
     if (request.withoutResult() && request.outcome != Outcome::kStopped) {
-        text =
-            "perform failed " + std::to_string(*request.performFailed) + ", " + rejectionText(*request.performFailed);
+        text = "perform failed " + std::to_string(*request.performFailed) + ", " + rejectionText(request);
         text += request.wedge ? ": WEDGED from " + timeText(wedges[*request.wedge].fromUs, 0)
                               : ": no result; its deadline is not in this log";
     }

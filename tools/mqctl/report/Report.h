@@ -85,7 +85,7 @@ struct Request {
 };
 
 /// What the worker's code means, for the codes that yield no result.
-const char* rejectionText(int code);
+const char* rejectionText(const Request& request);
 
 /// A controller that went on waiting for a result that could not come.
 struct Wedge {

@@ -124,7 +124,8 @@ std::string wedgeLine(const Report& report, const report::Wedge& wedge) {
                           : " until the agent ended";
     out += ", by the request of " + (cause.client.empty() ? "an unknown client" : cause.client) +
            (cause.txId ? " TX-ID " + std::to_string(*cause.txId) : std::string());
-    return out + "; " + std::to_string(wedge.expired) + " requests expired meanwhile";
+    return out + "; " + std::to_string(wedge.expired) + (wedge.expired == 1 ? " request" : " requests") +
+           " expired meanwhile";
 }
 
 /// What goes to standard output.

@@ -308,6 +308,11 @@ void RunAssembler::finish(bool replaced) {
         }
     }
     mRun.requests = mRequests.size();
+    for (Request& request : mRequests) {
+        if (request.outcome == Outcome::kUnfinished || (request.outcome == Outcome::kStopped && !request.startedUs)) {
+            request.endedUs = mRun.toUs;
+        }
+    }
     for (Wedge& wedge : mWedges) {
         wedge.expired = static_cast<size_t>(std::count_if(mRequests.begin(), mRequests.end(), [&](const Request& r) {
             return r.controller == wedge.controller && r.outcome == Outcome::kExpiredWaiting &&

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 
 #include "report/LogStamp.h"
 #include "report/ReportText.h"
@@ -17,7 +18,7 @@ constexpr double kRowHeight = 34;
 constexpr double kAxisHeight = 22;
 constexpr double kBarHeight = 10;
 /// Bars, not letters, are placed by percentages: a narrow screen squeezes the one and keeps the other readable.
-constexpr double kNarrowestPercent = 0.25;
+constexpr double kNarrowestPercent = 0.4;
 
 struct Part {
     const char* style;
@@ -37,6 +38,22 @@ std::string number(double value) {
 
 std::string percent(double at, double from, double to) {
     return number(std::clamp((at - from) / (to - from), 0.0, 1.0) * 100);
+}
+
+/// "0", "500 ms", "1.5 s", "20 min"
+std::string tick(double seconds) {
+    const bool small = seconds < 1;
+    const bool large = seconds >= 600;
+    char text[32];
+    (void)std::snprintf(text, sizeof(text), "%.6g%s",
+                        small   ? seconds * 1e3
+                        : large ? seconds / 60
+                                : seconds,
+                        seconds <= 0 ? ""
+                        : small      ? " ms"
+                        : large      ? " min"
+                                     : " s");
+    return text;
 }
 
 bool isGood(const Request& request) {
@@ -107,7 +124,7 @@ std::string Waterfall::html(size_t most, size_t* drawn) const {
         };
         out += "<figure><figcaption>" + at(panel.from) + ", " + std::to_string(panel.rows.size()) +
                (panel.rows.size() == 1 ? " request in " : " requests in ") + duration(panel.to - panel.from) +
-               "</figcaption>\n" + svg(panel) + "</figure>\n";
+               "</figcaption>\n<div>" + svg(panel) + "</div></figure>\n";
     }
     return out;
 }
@@ -129,7 +146,7 @@ std::string Waterfall::svg(const Panel& panel) const {
 std::string Waterfall::axis(const Panel& panel, double height) const {
     const double span = panel.to - panel.from;
     double step = std::pow(10.0, std::floor(std::log10(span / 4)));
-    for (const double factor : {5.0, 2.0}) {
+    for (const double factor : {10.0, 5.0, 2.0}) {
         if (span / (step * factor) >= 3) {
             step *= factor;
             break;
@@ -139,8 +156,7 @@ std::string Waterfall::axis(const Panel& panel, double height) const {
     for (int i = 0; step * i < span * 0.95; ++i) {
         const std::string x = percent(panel.from + step * i, panel.from, panel.to);
         out += "<line class=\"g\" x1=\"" + x + "%\" x2=\"" + x + "%\" y1=\"0\" y2=\"" + number(height) + "\"/>";
-        out +=
-            "<text class=\"a\" x=\"" + x + "%\" dx=\"3\" y=\"13\">" + (i == 0 ? "0" : duration(step * i)) + "</text>\n";
+        out += "<text class=\"a\" x=\"" + x + "%\" dx=\"3\" y=\"13\">" + tick(step * i) + "</text>\n";
     }
     return out;
 }
@@ -157,7 +173,8 @@ std::string Waterfall::wedges(const Panel& panel, double height) const {
         const double right = std::clamp((to - panel.from) / (panel.to - panel.from), 0.0, 1.0) * 100;
         out += "<g class=\"wedge\"><title>wedged: nothing is served</title><rect x=\"" + number(left) +
                "%\" y=\"0\" width=\"" + number(std::max(right - left, kNarrowestPercent)) + "%\" height=\"" +
-               number(height) + "\"/></g>\n";
+               number(height) + "\"/><text x=\"" + number(left) + "%\" dx=\"3\" y=\"" + number(height - 5) +
+               "\">wedged</text></g>\n";
     }
     return out;
 }
