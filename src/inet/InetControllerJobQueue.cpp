@@ -60,15 +60,19 @@ void InetControllerJobQueue::Nearest::offer(const TimeDiff& remaining) {
 }
 
 InetControllerJobQueue::~InetControllerJobQueue() {
-    (void)deinit();
+    dropAll();
 }
 
 int InetControllerJobQueue::deinit() {
+    dropAll();
+    return 0;
+}
+
+void InetControllerJobQueue::dropAll() {
     Node* node = mJobs.head();
     while (node != nullptr) {
         node = drop(node);
     }
-    return 0;
 }
 
 /// Deletes a waiting job and its entry. @return the entry that followed
