@@ -5,6 +5,7 @@
 #include "ListCommand.h"
 #include "TransferCommand.h"
 #include "inet/AgentProtocol.h"
+#include "report/ReportCommand.h"
 
 namespace {
 
@@ -39,6 +40,8 @@ int main(int argc, char** argv) {
     post->add_option("-d,--data", options.data, "the body: DATA, or @FILE for a file's bytes")
         ->type_name("DATA|@FILE")
         ->required();
+    mqctl::ReportOptions report_options;
+    CLI::App* report = mqctl::addReportCommand(app, &report_options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -47,6 +50,9 @@ int main(int argc, char** argv) {
     if (*get || *post) {
         options.isPost = static_cast<bool>(*post);
         return mqctl::runTransfer(options);
+    }
+    if (*report) {
+        return mqctl::runReport(report_options);
     }
     (void)list;
     return mqctl::runList();
