@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <inet_agent_client.h>
 
+#include <thread>
+
 #include "support/AgentProcess.h"
 #include "support/DeviceFiles.h"
 #include "support/HttpServer.h"
@@ -23,8 +25,18 @@ protected:
     void SetUp() override {
         test_support::device_files::reset();
         mAgent.emplace(INET_AGENT_EXECUTABLE);
-        ASSERT_TRUE(test_support::waitForSocket("inet-agent-cs")) << mAgent->log();
-        ASSERT_TRUE(test_support::waitForSocket("inet-agent-tdp-dl")) << mAgent->log();
+        auto opened = Client::open("waiting");
+        ASSERT_TRUE(opened.client.has_value()) << opened.error;
+        for (const char* controller : {"inet-agent-cs", "inet-agent-tdp-dl"}) {
+            ASSERT_TRUE(test_support::waitForSocket(controller)) << mAgent->log();
+            // It answers "not ready" for a moment after its socket has come.
+            Request request;
+            request.controller = controller;
+            request.url = "ftp://127.0.0.1/";
+            while (opened.client->call(request).kind == ReplyKind::errorReply) {
+                std::this_thread::yield();
+            }
+        }
     }
 
     std::optional<AgentProcess> mAgent;
@@ -36,12 +48,7 @@ Reply fetch(Client& client, const std::string& url, int32_t timeoutSec = 60, boo
     request.url = url;
     request.timeoutSec = timeoutSec;
     request.allowHarmful = allowHarmful;
-    Reply reply = client.call(request);
-    // Both controllers answer "not ready" for a moment after their sockets have come.
-    for (int i = 0; i < 1000 && reply.text == "Inet agent not ready"; ++i) {
-        reply = client.call(request);
-    }
-    return reply;
+    return client.call(request);
 }
 
 TEST_F(ClientAgentTest, EveryCauseArrives) {
