@@ -8,7 +8,8 @@ class TimeDiff;
 
 /// First-in-first-out hand-over of untyped items between threads. Open until close(), never reopened; what is queued at
 /// that moment can still be popped. Without a limit: push never blocks but on the lock.
-/// The queue owns no item: who pops it, owns it. Any thread may call any operation but the destructor.
+/// The queue owns no item: who pops it, owns it. Any thread may call any operation but the destructor, which needs the
+/// queue to itself: no other operation may still be returning.
 class BlockingQueue {
 public:
     /// @param name tag of the log lines, not copied; "BlockingQueue" when null

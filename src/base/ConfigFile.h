@@ -21,7 +21,7 @@ public:
     /// @return the caller's, deleted through this interface; null only without memory. What is wrong with the file is
     ///         logged as "ConfigFileImpl: cannot load config file result [%d] [%s], error [%d][%s], line[%d]":
     ///         2 no path, 3 not opened, 4 no memory, 10 read error, 101 line too long, 110 key does not begin with a
-    ///         letter, 111 no "=", 112 no value or an open quote, 114 key and 115 value not copied
+    ///         letter, 111 no "=", 112 no value or an open quote, 113 to 115 no memory for pair, key, value
     [[nodiscard]] static ConfigFile* createInstance(const char* path, uint64_t unused_size, bool unused_flag);
 
     virtual ~ConfigFile() = default;

@@ -205,8 +205,7 @@ int ConfigFileImpl::addLine(const char* text, size_t length) {
     if (pair.value == nullptr) {
         return 115;  // value not copied
     }
-    mPairs.push(std::move(pair));
-    return 0;
+    return mPairs.tryPush(std::move(pair)) ? 0 : 113;  // pair not kept
 }
 
 const char* ConfigFileImpl::find(const char* key) const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <new>
 #include <utility>
 
 #include "base/log.h"
@@ -26,10 +27,21 @@ public:
     [[nodiscard]] bool empty() const { return mHead == nullptr; }
     [[nodiscard]] Node* head() const { return mHead; }
 
-    /// Adds a node at the head.
+    /// Adds a node at the head. Without memory the process ends.
     void push(T value) {
         mHead = new Node{mHead, std::move(value)};
         ++mCount;
+    }
+
+    /// The same for callers that survive without memory. @return whether the node was added
+    [[nodiscard]] bool tryPush(T value) {
+        Node* node = new (std::nothrow) Node{mHead, std::move(value)};
+        if (node == nullptr) {
+            return false;
+        }
+        mHead = node;
+        ++mCount;
+        return true;
     }
 
     /// Removes one node, given as found while walking.
@@ -75,7 +87,7 @@ public:
             return 2;
         }
         if (this->mHead == nullptr) {
-            log_error("Queue", "pop: failed %d", 3);
+            log_error_no_lock("Queue", "pop: failed %d", 3);  // perhaps under a queue's own lock
             this->mCount = 0;
             return 3;
         }

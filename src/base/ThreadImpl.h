@@ -16,7 +16,8 @@ public:
     /// @param runnable not copied
     /// @param owns_runnable whether the destructor deletes the runnable
     ThreadImpl(const char* name, Runnable* runnable, bool owns_runnable);
-    /// Releases the runnable if it is owned, unless the thread may still be running: then it is logged and leaked.
+    /// Releases the runnable if it is owned, unless the thread may still be running: then it is logged and leaked (the
+    /// runnable must have begun by then).
     virtual ~ThreadImpl();
     ThreadImpl(const ThreadImpl&) = delete;
     ThreadImpl& operator=(const ThreadImpl&) = delete;

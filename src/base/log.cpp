@@ -220,8 +220,7 @@ int log_add_local_level(const char* tag, ERROR_LEVEL level, uint32_t output_mask
     if (tag != nullptr && copy == nullptr) {
         return 3;  // no memory
     }
-    state.local_levels->push({std::move(copy), level, output_mask});
-    return 0;
+    return state.local_levels->tryPush({std::move(copy), level, output_mask}) ? 0 : 3;
 }
 
 void log_clear_local_levels() {

@@ -67,6 +67,7 @@ private:
     };
 
     Node* drop(Node* node);
+    void dropAll();
     int queuedJobsTimeout();
     int activeJobTimeout();
     int notifyQueuedJobTimeout(MqMsgWrapper* job, int no_card, int not_sent);

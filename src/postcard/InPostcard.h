@@ -54,7 +54,7 @@ public:
 #define ZV_DECLARE(Suffix, Type, Code) virtual int get##Suffix##Default(const char* name, Type& value) = 0;
     ZV_POSTCARD_SIMPLE_TYPES(ZV_DECLARE)
 #undef ZV_DECLARE
-    /// As getString, but an absent field is 0 (value: null).
+    /// As getString, but an absent field is 0 and leaves the output as it is.
     virtual int getStringOptional(const char* name, const char** value) = 0;
     /// A pointer's value, from an FT_INT64.
     virtual int getPtr(const char* name, void*& value) = 0;

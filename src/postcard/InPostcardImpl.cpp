@@ -118,6 +118,7 @@ int InPostcardImpl::init(const void* data, size_t size, bool own) {
             result = 4;  // no memory
         } else if ((own ? mStream->setBufferOwnership(&data, size) : mStream->setBufferNoDup(data, size)) != 0) {
             result = 5;  // not adopted
+            mStream.reset();
         }
     }
     if (result != 0) {
@@ -300,7 +301,15 @@ int InPostcardImpl::getStringDup(const char* name, const char** value) {
 }
 
 int InPostcardImpl::getStringOptional(const char* name, const char** value) {
-    return absentIsSuccess(getString(name, value));
+    if (value == nullptr) {
+        return getString(name, value);  // refused there
+    }
+    const char* text = nullptr;
+    const int result = getString(name, &text);
+    if (result != kFieldAbsent) {
+        *value = text;
+    }
+    return absentIsSuccess(result);
 }
 
 int InPostcardImpl::getCard(const char* name, InPostcard** card, int index) {

@@ -44,7 +44,7 @@ int OutPostcardImpl::init() {
     if (mState != kCreated) {
         result = 2;  // opened before
     } else if (mStream.reserve(kFirstCapacity) != 0) {
-        result = 3;  // no memory
+        result = 3;  // no memory: the stream is made with its first buffer, or not at all
     } else {
         (void)mStream.append(&kOpenHeader, sizeof(kOpenHeader));
         mState = kOpen;

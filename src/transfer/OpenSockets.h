@@ -18,7 +18,7 @@ public:
     static curl_socket_t open(void* self, curlsocktype purpose, curl_sockaddr* address);
     static int close(void* self, curl_socket_t socket);
 
-    /// Shuts every open socket down, and every one that is opened from now on right away. Any thread.
+    /// Shuts every open socket down, and lets no other be opened from now on. Any thread.
     void shutDownAll();
 
 private:

@@ -1,0 +1,90 @@
+#include <filesystem>
+
+#include "e2e/E2eTest.h"
+#include "support/HttpServer.h"
+
+namespace test_support {
+namespace {
+
+class EnvelopeTest : public E2eTest {
+protected:
+    /// What was sent before has been dealt with once this is answered.
+    void expectServed() {
+        const Card request = mClient.get(kCs, mHttp.url("/hello"), 100);
+        expectCard(mClient.exchange(request), result(request, 200, "hello\n"));
+    }
+    Card getFrom(const std::string& from) {
+        Card card;
+        card.string("FROM", from).string("TO", kCs).string("REQ", "GET").int32("TX-ID", 1);
+        return card.string("URL", mHttp.url("/hello")).int32("TIMEOUT-SEC", 60);
+    }
+
+    HttpServer mHttp;
+    TestClient mClient{"client"};
+};
+
+TEST_F(EnvelopeTest, ControllersAnnounceThemselvesToWhoeverIsThere) {
+    leaveStaleSocket("stale");
+    start();
+    for (const char* name : {kCs, kTdpDl}) {
+        Card event = Card().string("TO", "client").string("FROM", "LOCATION-MQ").string("INFO", "REGISTER-EVENT");
+        expectCard(mClient.receiveAny(), event.string("CLIENT", name));
+    }
+}
+
+TEST_F(EnvelopeTest, MessagesThatAreNoRequestsHarmNothing) {
+    const std::string bytes = getFrom("client").encode();
+    const Card kill = Card().string("FROM", "client").string("REQ", "KILL");
+    struct {
+        std::string bytes;
+        const char* line;
+    } const messages[] = {
+        {"", "newMsg error "},
+        {bytes.substr(0, bytes.size() / 2), "newMsg error "},
+        {std::string(bytes.size(), '\xff'), "newMsg error "},
+        {Card().string("TO", kCs).string("REQ", "GET").encode(), "newMsg error 4"},
+        {Card().string("FROM", "client").string("TX-ID", "1").string("REQ", "GET").encode(), "newMsg error 5"},
+        {Card().string("FROM", "client").string("TO", kCs).encode(), "newMsg error 6"},
+        {Card().string("FROM", "client").string("INFO", "NEWS").encode(), "INFO:  NEWS"},
+        {kill.encode(), "received KILL request, closing service"},
+        {kill.encode(), "received KILL command"},
+        {Card().string("FROM", kCs).string("REQ", "NEWS").encode(), "_process failed 9"},
+        {internalResult(kCs).encode(), "_process failed 8"},
+        {getFrom("SERVER").encode(), "_process failed 5"},
+    };
+    start();
+    for (const auto& message : messages) {
+        SCOPED_TRACE(message.line);
+        const size_t before = agent().count(message.line);
+        ASSERT_EQ(mClient.send(kCs, message.bytes), 0);
+        EXPECT_TRUE(agent().waitForLine(message.line, before + 1));
+        expectServed();
+    }
+    EXPECT_EQ(agent().count("onReceive failed 4"), 2U);
+}
+
+TEST_F(EnvelopeTest, ReplyNeverLeavesTheSocketDirectory) {
+    const std::string outside = socketPath("../outside");
+    start();
+    TestClient elsewhere("../outside");
+    for (const std::string& from : {std::string("nobody"), std::string(), elsewhere.name(), std::string(200, 'n')}) {
+        SCOPED_TRACE(from);
+        ASSERT_EQ(mClient.send(getFrom(from)), 0);
+        expectServed();
+    }
+    EXPECT_FALSE(elsewhere.receive(std::chrono::milliseconds(0)).has_value());
+}
+
+TEST_F(EnvelopeTest, ClientIsReachedAfterARestartAndByAnAlias) {
+    start();
+    for (int32_t i = 0; i < 3; ++i) {
+        TestClient restarted("restarted");
+        const Card request = restarted.get(kCs, mHttp.url("/hello"), i);
+        expectCard(restarted.exchange(request), result(request, 200, "hello\n"));
+    }
+    std::filesystem::create_symlink(socketPath("client"), socketPath("alias"));
+    expectCard(mClient.exchange(getFrom("alias")), result(getFrom("alias"), 200, "hello\n"));
+}
+
+}  // namespace
+}  // namespace test_support

@@ -1,0 +1,203 @@
+#include "e2e/E2eTest.h"
+#include "support/CertificateAuthority.h"
+#include "support/HttpServer.h"
+
+namespace test_support {
+namespace {
+
+class TransferTest : public E2eTest {
+protected:
+    TransferTest() { device_files::writeCaFile(mAuthority.pem()); }
+
+    Card get(const std::string& url, const std::string& to = kCs) { return mClient.get(to, url, ++mTxId); }
+    /// With a type of its own: the server takes no more than a little of what looks like a form.
+    Card post(const std::string& url, const std::string& body, const std::string& to = kCs) {
+        return mClient.post(to, url, body, ++mTxId).string("CONTENT-TYPE", "application/x-test");
+    }
+    void expectResult(const Card& request, int32_t status, const std::string& body) {
+        expectCard(mClient.exchange(request, std::chrono::seconds(60)), result(request, status, body));
+    }
+
+    CertificateAuthority mAuthority;
+    HttpServer mHttp;
+    HttpServer mHttps{HttpServer::Tls{mAuthority.issueServer()}};
+    RawServer mRaw{misbehaviour()};
+    TestClient mClient{"client"};
+    int32_t mTxId = 0;
+};
+
+TEST_F(TransferTest, BothControllersServeBothSchemesAtTheSameTime) {
+    struct {
+        const char* method;
+        const char* path;
+        int32_t status;
+        const char* body;
+    } const exchanges[] = {
+        {"GET", "/hello", 200, "hello\n"},
+        {"POST", "/echo", 200, "some data"},
+        {"GET", "/status/204", 204, ""},
+        {"GET", "/bytes/0", 200, ""},
+        {"GET", "/status/404", 404, "status 404\n"},
+        {"POST", "/status/500", 500, "status 500\n"},
+        {"GET", "/redirect?to=/hello&code=301", 200, "hello\n"},
+    };
+    start();
+    TestClient other("other-client");
+    for (const HttpServer* server : {&mHttp, &mHttps}) {
+        for (const auto& exchange : exchanges) {
+            const auto request = [&](const TestClient& client, const char* to) {
+                const std::string url = server->url(exchange.path);
+                return exchange.method == std::string("GET") ? client.get(to, url, ++mTxId)
+                                                             : client.post(to, url, "some data", ++mTxId);
+            };
+            const Card to_cs = request(mClient, kCs);
+            const Card to_dl = request(other, kTdpDl);
+            SCOPED_TRACE(to_cs.describe());
+            ASSERT_EQ(mClient.send(to_cs), 0);
+            ASSERT_EQ(other.send(to_dl), 0);
+            expectCard(mClient.receive(), result(to_cs, exchange.status, exchange.body));
+            expectCard(other.receive(), result(to_dl, exchange.status, exchange.body));
+        }
+    }
+}
+
+TEST_F(TransferTest, OptionalFieldsOfAPostReachTheServer) {
+    start();
+    const Card request = post(mHttp.url("/echo"), "abc").string("PROTOCOL-VERSION", "7");
+    for (const bool force_new : {false, false, true}) {
+        expectResult(Card(request).boolean("FORCE_NEW_CONNECTION", force_new), 200, "abc");
+    }
+    const std::vector<SeenRequest> seen = mHttp.requests();
+    ASSERT_EQ(seen.size(), 3U);
+    EXPECT_EQ(seen[0].header("content-type"), "application/x-test");
+    EXPECT_EQ(seen[0].header("protocol-version"), "7");
+    EXPECT_EQ(seen[0].header("content-length"), "3");
+    EXPECT_EQ(seen[0].clientPort, seen[1].clientPort);
+    EXPECT_NE(seen[0].clientPort, seen[2].clientPort);
+}
+
+TEST_F(TransferTest, PostStaysAPostWhateverTheRedirect) {
+    start();
+    for (const char* status : {"301", "302", "303", "307", "308"}) {
+        SCOPED_TRACE(status);
+        expectResult(post(mRaw.url("/moved/" + std::string(status)), "body"), 200, "POST body");
+    }
+}
+
+TEST_F(TransferTest, RetryAfterStandsLast) {
+    const RawServer answer(RawServer::answer(RawServer::response("503 No", {"Retry-After: 9", "Retry-After: 8"}, "x")));
+    start();
+    const Card request = get(answer.url());
+    expectCard(mClient.exchange(request), result(request, 503, "x").int32("HTTP-RETRY-AFTER", 9));
+}
+
+TEST_F(TransferTest, FailedTransferIsAResult) {
+    const CertificateAuthority stranger("Stranger");
+    const HttpServer untrusted(HttpServer::Tls{stranger.issueServer()});
+    const HttpServer expired(
+        HttpServer::Tls{mAuthority.issueServer({"127.0.0.1"}, CertificateAuthority::Validity::Expired)});
+    const HttpServer misnamed(HttpServer::Tls{mAuthority.issueServer({"elsewhere.test"})});
+    const auto redirect = [&](const std::string& to) { return mHttp.url("/redirect?to=" + to); };
+    struct {
+        std::string url;
+        const char* error;
+        int32_t size = 0;
+    } const failures[] = {
+        {refusedUrl(), "onnect"},
+        {mRaw.url("/reset"), "reset by peer"},
+        {mRaw.url("/cut"), "90 bytes remaining", 10},
+        {mRaw.url("/moved-twice"), "Maximum (1) redirects followed"},
+        {untrusted.url("/hello"), "certificate"},
+        {expired.url("/hello"), "certificate"},
+        {misnamed.url("/hello"), "127.0.0.1"},
+        {"file://" + std::string(device_files::kMarlowConf), "Protocol \"file\" not supported"},
+        {"ftp://127.0.0.1/", "Protocol \"ftp\" not supported"},
+        {redirect("file:///etc/passwd"), "Protocol \"file\" not supported"},
+        {redirect("ftp://127.0.0.1/"), "Protocol \"ftp\" not supported"},
+    };
+    start();
+    for (const char* controller : {kCs, kTdpDl}) {
+        for (const auto& failure : failures) {
+            SCOPED_TRACE(failure.url);
+            const Card request = get(failure.url, controller);
+            expectFailed(mClient.exchange(request), request, false, failure.error, failure.size);
+        }
+        // None of it harms the next.
+        expectResult(get(mHttps.url("/hello"), controller), 200, "hello\n");
+    }
+    EXPECT_EQ(untrusted.requestCount() + expired.requestCount() + misnamed.requestCount(), 0U);
+}
+
+TEST_F(TransferTest, TransferOverItsTimeIsATimeout) {
+    start();
+    const Card request = mClient.get(kTdpDl, mRaw.url("/stall"), 1, 3);
+    expectFailed(mClient.exchange(request), request, true, "timed out");
+    expectResult(get(mHttp.url("/hello"), kTdpDl), 200, "hello\n");
+}
+
+TEST_F(TransferTest, BodiesAroundTheLimitOfADatagramArrive) {
+    start();
+    constexpr size_t kLimit = 64 * 1024;
+    const std::string echo = mHttp.url("/echo");
+    for (const size_t size : {kLimit - 1, kLimit, kLimit + 1}) {
+        SCOPED_TRACE(size);
+        // A reply of exactly that size, then a request.
+        const size_t around_reply = result(get(""), 200, "x").encode().size() - 1;
+        const Card wanted = get(mHttp.url("/bytes/" + std::to_string(size - around_reply)));
+        expectResult(wanted, 200, alphabet(size - around_reply));
+        EXPECT_EQ(result(wanted, 200, alphabet(size - around_reply)).encode().size(), size);
+
+        const std::string body = alphabet(size - post(echo, "").encode().size());
+        const Card sent = post(echo, body);
+        EXPECT_EQ(sent.encode().size(), size);
+        expectResult(sent, 200, body);
+    }
+}
+
+TEST_F(TransferTest, LargeBodiesArriveWholeBothWays) {
+    start();
+    constexpr size_t kMiB = 1024 * 1024;
+    for (const size_t size : {5 * kMiB + 1, (kSanitized ? 16 : 64) * kMiB}) {
+        SCOPED_TRACE(size);
+        const std::string body = alphabet(size);
+        expectResult(get(mHttp.url("/bytes/" + std::to_string(size)), kTdpDl), 200, body);
+        expectResult(post(mHttps.url("/echo"), body, kTdpDl), 200, body);
+    }
+}
+
+TEST_F(TransferTest, DeviceCertificateIsForPostsToTheServiceHost) {
+    const HttpServer service(HttpServer::Tls{mAuthority.issueServer(), mAuthority.pem()});
+    const std::string url = service.url("/echo", "posit.localhost");
+    start();
+    // Without the files the request is given up before anything is sent. They are looked for again at the next.
+    ASSERT_EQ(mClient.send(mClient.post(kCs, url, "abc", 1)), 0);
+    EXPECT_TRUE(agent().waitForLine("[inet-agent-cs-worker] perform failed 39"));
+    EXPECT_TRUE(agent().waitForLine("Couldn't find device key file"));
+    EXPECT_TRUE(agent().waitForLine("Couldn't find device cert file"));
+    device_files::writeDeviceCertificate(mAuthority.issueClient("this device"));
+    expectResult(post(url, "abc", kTdpDl), 200, "abc");
+    ASSERT_EQ(service.requestCount(), 1U);
+    EXPECT_EQ(service.requests()[0].clientCertificate, "this device");
+    // The same server under another name, or asked by another method, gets to see none and refuses.
+    for (const std::string& other : {service.url("/echo"), service.url("/echo", "localhost")}) {
+        const Card request = post(other, "abc", kTdpDl);
+        expectFailed(mClient.exchange(request), request, false, "");
+    }
+    const Card request = get(service.url("/hello", "posit.localhost"), kTdpDl);
+    expectFailed(mClient.exchange(request), request, false, "");
+    EXPECT_EQ(service.requestCount(), 1U);
+}
+
+TEST_F(TransferTest, RequestsOfOneControllerAreServedInTheOrderOfArrival) {
+    start();
+    ASSERT_EQ(mClient.send(mClient.get(kCs, mHttp.url("/slow?ms=300"), 1)), 0);
+    for (const int32_t timeout : {30, 20, 60}) {
+        ASSERT_EQ(mClient.send(mClient.get(kCs, mHttp.url("/hello"), timeout, timeout)), 0);
+    }
+    for (const int32_t expected : {1, 30, 20, 60}) {
+        EXPECT_EQ(mClient.receive().value_or(Card()).getInt32("TX-ID"), expected);
+    }
+}
+
+}  // namespace
+}  // namespace test_support
