@@ -69,7 +69,7 @@ TEST_P(ReportAgentTest, NamesEachRequestWithItsOutcome) {
     const std::string log = dir.file("agent.log");
     writeFile(log, agent.log());
     std::string out;
-    ASSERT_EQ(report({log, "-q", "--json", "short", "--html", dir.file("r.html"), "--har", dir.file("r.har")}, &out), 0)
+    ASSERT_EQ(report({log, "-q", "--json=short", "--html", dir.file("r.html"), "--har", dir.file("r.har")}, &out), 0)
         << out;
     const json result = json::parse(out, nullptr, false);
     ASSERT_TRUE(result.is_object()) << out;

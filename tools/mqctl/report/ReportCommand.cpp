@@ -182,11 +182,6 @@ CLI::App* addReportCommand(CLI::App& app, ReportOptions* options) {
     command->add_option("--slow", options->slowSec, "only what took as long")->type_name("SEC");
     command->add_flag("--urls", options->urls, "a column with the URLs");
     command->add_flag("--no-query", options->noQuery, "URLs without user, query and fragment");
-    command->add_option("--json", options->json, "short or pretty JSON instead of a table")
-        ->type_name("FORM")
-        ->check(CLI::IsMember({"short", "pretty"}));
-    command->add_flag("--no-legend", options->noLegend, "no headings");
-    command->add_flag("-q,--quiet", options->quiet, "no notes on standard error");
     return command;
 }
 

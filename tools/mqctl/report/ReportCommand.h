@@ -13,7 +13,8 @@ struct ReportOptions {
     std::vector<std::string> logs;  ///< "-": standard input, as when there are none
     std::string htmlFile;           ///< "-": standard output, in the table's place
     std::string harFile;            ///< likewise
-    std::string json;               ///< "short" or "pretty"; empty: a table
+    // The tool's global options:
+    std::string json;  ///< "short" or "pretty"; empty: a table
     std::string client;
     std::string since;
     double slowSec = 0;
