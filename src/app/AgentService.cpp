@@ -47,6 +47,16 @@ void killControllers() {
     (void)tdpDlController->kill();
 }
 
+/// No worker may hold a transfer handle when libcurl is cleaned up.
+void stopWorkers() {
+    for (InetControllerBase* controller :
+         {static_cast<InetControllerBase*>(csController), static_cast<InetControllerBase*>(tdpDlController)}) {
+        if (controller != nullptr) {
+            controller->stopWithoutLoop();
+        }
+    }
+}
+
 int launchAndJoin() {
     if (csController->launch() != 0) {
         return 32;
@@ -75,13 +85,17 @@ int launchAndJoin() {
 }  // namespace
 
 int runAgentService(int32_t launch_trigger_mask) {
-    if (const int status = createAndInit(launch_trigger_mask); status != 0) {
-        return status;
+    int status = createAndInit(launch_trigger_mask);
+    if (status == 0) {
+        status = launchAndJoin();
+        if (status != 0) {
+            killControllers();
+            (void)csController->join();  // harmless for what was not launched
+            (void)tdpDlController->join();
+        }
     }
-    if (const int status = launchAndJoin(); status != 0) {
-        killControllers();
-        (void)csController->join();  // harmless for what was not launched
-        (void)tdpDlController->join();
+    if (status != 0) {
+        stopWorkers();
         return status;
     }
     delete csController;  // in this order: the download controller is the peer that the other's timer kills

@@ -1,5 +1,7 @@
 #include "app/AgentSettings.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -82,7 +84,7 @@ int AgentSettings::formatTracePath() {
 void AgentSettings::prepareTrace() {
     TransferSettings& settings = transferSettings();
     if (!settings.verbose) {
-        (void)std::remove(mTracePath);  // mostly there is none
+        (void)::unlink(mTracePath);  // mostly there is none
         return;
     }
     if (settings.verboseFile != nullptr) {

@@ -28,6 +28,7 @@ public:
 
 private:
     int run() override;
+    void takeSignal();
 
     const std::function<void()> mStop;
     int mSignals = -1;

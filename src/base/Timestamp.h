@@ -59,8 +59,8 @@ public:
     /// The span from other to this, its seconds and nanoseconds narrowed to 32 bits (beyond about 68 years it wraps:
     /// deliberate). A negative result is logged and returned. Invalid operands or different clocks: _exit(-1).
     [[nodiscard]] TimeDiff operator-(const Timestamp& other) const;
-    /// Not earlier than other; compared in 64 bits, without a log line. Invalid operands or different clocks:
-    /// _exit(-1).
+    /// Not earlier than other; compared in 64 bits, without a log line. Invalid
+    /// operands or different clocks: _exit(-1).
     [[nodiscard]] bool operator>=(const Timestamp& other) const;
 
 private:

@@ -1,8 +1,8 @@
 #pragma once
 
 /// The agent's request protocol: field names, kinds and texts, once. Header only, on the ground floor: the worker, the
-/// client library and the tool speak it, too. Envelope fields are in mq/Envelope.h. For authors of clients:
-/// docs/protocol.md.
+/// client library and the tool speak it, too. Envelope fields are in
+/// mq/Envelope.h. For authors of clients: docs/protocol.md.
 namespace zv_loc_fw::agent_protocol {
 
 // Participants

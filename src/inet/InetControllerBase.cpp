@@ -64,6 +64,7 @@ int InetControllerBase::_init() {
 }
 
 int InetControllerBase::initSteps() {
+    stopWorker();  // of an earlier init that failed
     const size_t size = std::strlen(mControllerName) + kWorkerNameExtra;
     mWorkerName.reset(new (std::nothrow) char[size]);
     if (mWorkerName == nullptr) {
@@ -146,6 +147,7 @@ int InetControllerBase::processResult(InPostcard& message) {
     if (mState != kActive) {
         return 8;
     }
+    // Read before anything changes, so that a foreign result changes nothing.
     InPostcard* raw_result = nullptr;
     const int read = message.getCard(kResult, &raw_result, 0);
     const std::unique_ptr<InPostcard> result(raw_result);  // reads the message's bytes: gone before it
@@ -335,12 +337,23 @@ int InetControllerBase::sendErrorResponseSteps(InPostcard* request, const char* 
     return sendIpcMessage(reply.card()->getEncodedBuffer()) == 0 ? 0 : 18;
 }
 
+void InetControllerBase::stopWithoutLoop() {
+    (void)_shutdown();
+}
+
 int InetControllerBase::_shutdown() {
     if (baseState() == kStopped) {
         log_info(mControllerName, "shutdown: already in DESTROYED state, skip");
         return 0;
     }
     (void)mJobQueue.deinit();
+    stopWorker();
+    mActiveRequestHeader.reset();
+    return 0;
+}
+
+/// Ends the worker and its thread, and forgets both.
+void InetControllerBase::stopWorker() {
     if (mWorker != nullptr) {
         mWorker->interrupt();  // nobody is left to take the running transfer's result
         if (BlockingQueue* commands = mWorker->commandQueue(); commands != nullptr) {
@@ -356,9 +369,7 @@ int InetControllerBase::_shutdown() {
         mWorkerThread.reset();
     }
     mWorker.reset();
-    mActiveRequestHeader.reset();
-    mWorkerName.reset();
-    return 0;
+    mWorkerName.reset();  // last: the others keep it as their tag
 }
 
 int InetControllerBase::subOrUnSubOsStatusUpdate(bool /*unsubscribe*/) {

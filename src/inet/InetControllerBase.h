@@ -46,6 +46,10 @@ public:
 
     [[nodiscard]] int32_t state() const { return mState; }
 
+    /// Stops what init has started, of a controller whose loop never ran (one whose loop ended has done so itself).
+    /// Owner's thread.
+    void stopWithoutLoop();
+
     /// Device state; nothing here, the crowd-sourcing controller follows it.
     virtual int subOrUnSubOsStatusUpdate(bool unsubscribe);
     virtual int processOSAgentNotification(InPostcard* event);
@@ -59,6 +63,7 @@ protected:
 
 private:
     int initSteps();
+    void stopWorker();
     int processSteps(std::unique_ptr<MqMsgWrapper>& message);
     int processRequest(std::unique_ptr<MqMsgWrapper>& message);
     int processResult(InPostcard& message);

@@ -60,15 +60,19 @@ void InetControllerJobQueue::Nearest::offer(const TimeDiff& remaining) {
 }
 
 InetControllerJobQueue::~InetControllerJobQueue() {
-    (void)deinit();
+    dropAll();
 }
 
 int InetControllerJobQueue::deinit() {
+    dropAll();
+    return 0;
+}
+
+void InetControllerJobQueue::dropAll() {
     Node* node = mJobs.head();
     while (node != nullptr) {
         node = drop(node);
     }
-    return 0;
 }
 
 /// Deletes a waiting job and its entry. @return the entry that followed
@@ -97,7 +101,7 @@ void InetControllerJobQueue::insertJob(MqMsgWrapper* job) {
         TimeDiff remaining;
         if (calculateTimeout(node->value, &remaining) != 0 || !remaining.isValid()) {
             log_verbose(mName, "insertJob: deleting timed out job");
-            (void)notifyQueuedJobTimeout(node->value, 3, 4);  // the job goes either way
+            (void)notifyQueuedJobTimeout(node->value);  // the job goes either way
             node = drop(node);
             continue;
         }
@@ -152,7 +156,7 @@ int InetControllerJobQueue::queuedJobsTimeout() {
             continue;
         }
         log_verbose(mName, "timerCallback: deleting timed out job");
-        if (notifyQueuedJobTimeout(node->value, 3, 4) != 0) {
+        if (notifyQueuedJobTimeout(node->value) != 0) {
             return 102;  // the job stays in the list, and nothing watches it until the next message: deliberate
         }
         node = drop(node);
@@ -179,15 +183,15 @@ int InetControllerJobQueue::activeJobTimeout() {
     return 0;
 }
 
-/// @return 0; 2 no job; no_card or not_sent, all logged
-int InetControllerJobQueue::notifyQueuedJobTimeout(MqMsgWrapper* job, int no_card, int not_sent) {
+/// @return 0; 2 no job; 3 no card; 4 not sent; all logged
+int InetControllerJobQueue::notifyQueuedJobTimeout(MqMsgWrapper* job) {
     int result = 0;
     if (job == nullptr) {
         result = 2;
     } else if (job->card() == nullptr) {
-        result = no_card;
+        result = 3;
     } else if (mOwner->sendErrorResponse(job->card(), agent_protocol::kErrorQueuedJobTimedOut) != 0) {
-        result = not_sent;
+        result = 4;
     }
     if (result != 0) {
         log_error(mName, "notifyQueuedJobTimeout failed %d", result);

@@ -32,10 +32,10 @@ public:
     int init() override { return 0; }
     /// Deletes every waiting job, without replies. @return 0
     int deinit() override;
-    /// Either timer has fired. @return 0 or the code of "timerCallback failed %d": 2 no timer; 3 active job not
-    /// answered;
-    ///         21 timer not armed; 101 no deadline, 102 waiting job not answered (the timer then stays unarmed); 300
-    ///         which?
+    /// Either timer has fired. @return 0 or the code of "timerCallback failed %d":
+    /// 2 no timer; 3 active job not answered;
+    ///         21 timer not armed; 101 no deadline, 102 waiting job not answered (the
+    ///         timer then stays unarmed); 300 which?
     int timerCallback(const TimerDataInterface* timer) override;
 
     /// Adds a job, answers and drops those that have expired, and arms the timer for the rest.
@@ -70,7 +70,7 @@ private:
     void dropAll();
     int queuedJobsTimeout();
     int activeJobTimeout();
-    int notifyQueuedJobTimeout(MqMsgWrapper* job, int no_card, int not_sent);
+    int notifyQueuedJobTimeout(MqMsgWrapper* job);
     int armQueuedJobsTimer(const TimeDiff& delay);
 
     const char* const mName;

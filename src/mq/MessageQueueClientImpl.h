@@ -41,8 +41,8 @@ public:
 
     /// Delivers one encoded postcard, or carries it out when it is for "SERVER". May block for
     /// pos_util::kPosIpcSendTimeoutMs, once, for a receiver that does not read.
-    /// @return 0, also when the destination does not exist or does not take it; 2 no stream; 3 no memory; 4 no
-    /// postcard;
+    /// @return 0, also when the destination does not exist or does not take it; 2
+    /// no stream; 3 no memory; 4 no postcard;
     ///         5, 6 no "TO"; 7, 8 no "REQ" for "SERVER"; 9 not registered; 10 alias not added; 11, 12 no "FROM" to
     ///         announce; 13 not announced
     virtual int send(const MemoryStreamBase* stream);

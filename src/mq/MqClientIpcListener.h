@@ -20,8 +20,8 @@ public:
     void setCallback(MessageQueueServiceCallback* callback) { mCallback = callback; }
 
     /// Logs "onReceive failed %d": 1 no memory for the stream, 2 for the copy, or the stream refused it, 3 no memory
-    /// for the envelope's reader, 4 the callback answered non-zero (it does for every "KILL"). Never answers the
-    /// sender.
+    /// for the envelope's reader, 4 the callback answered non-zero (it does for
+    /// every "KILL"). Never answers the sender.
     void onReceive(const char* data, uint32_t length, const pos_util::PosIpcRecver* recver) override;
 
 private:

@@ -11,8 +11,8 @@ class MessageQueueClientImpl;
 
 /// The receiving side of a controller: registers its name, and as a thread's body listens until the transport is shut
 /// down, checks the envelope of what arrives and queues it with its time of arrival. Its end closes the queue, which is
-/// how the controller's loop learns of it. Constructed by the controller's init; run and newMsg on the receiving
-/// thread.
+/// how the controller's loop learns of it. Constructed by the controller's init;
+/// run and newMsg on the receiving thread.
 class MqClientIpcReciver : public MessageQueueServiceCallback, public Runnable {
 public:
     /// newMsg's answer for a "KILL" request, which is queued like any other message.
@@ -24,8 +24,8 @@ public:
     MqClientIpcReciver(const char* controller_name, BlockingQueue* queue, MessageQueueClientImpl* client,
                        const char* ipc_name);
 
-    /// @return 0, or kKillRequested. A message that cannot be used is dropped and logged as "newMsg error %d" (answer
-    /// 0):
+    /// @return 0, or kKillRequested. A message that cannot be used is dropped and logged
+    /// as "newMsg error %d" (answer 0):
     ///         2 no stream; 3 no memory; 4 no "FROM"; 5 "TX-ID" of another type; 6 none of "REQ", "RESP", "INFO"
     int newMsg(InMemoryStream* stream) override;
 

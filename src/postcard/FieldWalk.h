@@ -30,8 +30,8 @@ public:
     }
 
     /// Reads type and name of the next field; `at` is then its value.
-    /// @return 0; kFieldAbsent at the end byte; 101 beyond the header's end; 102 type, 103 name length, 104 name cut
-    /// off
+    /// @return 0; kFieldAbsent at the end byte; 101 beyond the header's end; 102 type,
+    /// 103 name length, 104 name cut off
     int next() {
         if (at >= mEnd) {
             return 101;  // the header does not agree with the fields
@@ -58,8 +58,8 @@ public:
     }
 
     /// Steps over the value.
-    /// @return 0; 3 cut off; 100 type 0; 101 no such type; strings and cards: 102 length unreadable, 103 length 0;
-    /// blobs
+    /// @return 0; 3 cut off; 100 type 0; 101 no such type; strings and cards: 102
+    /// length unreadable, 103 length 0; blobs
     ///         and arrays: 104 length unreadable, 2 length 0
     int skipValue() {
         const uint8_t width = type < kWidths.size() ? kWidths[type] : uint8_t{0};

@@ -69,8 +69,8 @@ public:
 /// An array.
 /// @param count in: elements that fit into out; out: elements there are
 /// @param out may be null, then only the count is told
-/// @return 0; 3 no count; 4 absent (not silent: deliberate) or damaged; 5 odd size; 6 empty; 7 does not fit, nothing
-/// copied
+/// @return 0; 3 no count; 4 absent (not silent: deliberate) or damaged; 5 odd size; 6
+/// empty; 7 does not fit, nothing copied
 #define ZV_DECLARE(Suffix, Type, Code) virtual int getArray##Suffix(const char* name, int* count, Type* out) = 0;
     ZV_POSTCARD_ARRAY_TYPES(ZV_DECLARE)
 #undef ZV_DECLARE

@@ -203,7 +203,7 @@ int InPostcardImpl::getPtr(const char* name, void*& value) {
     long long stored = 0;
     const int result = getSimple(FT_INT64, name, stored);
     if (result == 0) {
-        value = reinterpret_cast<void*>(stored);
+        value = reinterpret_cast<void*>(stored);  // NOLINT(performance-no-int-to-ptr): that is how pointers travel
     }
     return result;
 }

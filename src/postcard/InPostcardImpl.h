@@ -42,8 +42,8 @@ public:
     /// The bytes of the index-th field of that type and name.
     /// @param data out: the value's first byte; without with_length the length word before it
     /// @param size out: the length word, which counts the bytes behind it
-    /// @return 0; kFieldAbsent; 2 no name; 3 no output; 4 lookup failed; 5 length word cut off; 7 value empty or cut
-    /// off
+    /// @return 0; kFieldAbsent; 2 no name; 3 no output; 4 lookup failed; 5 length word
+    /// cut off; 7 value empty or cut off
     int getBlobByType(const char* name, eFieldType type, const void** data, size_t* size, bool with_length, int index);
 
 private:

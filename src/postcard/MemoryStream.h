@@ -3,8 +3,8 @@
 #include <cstddef>
 
 /// The byte containers under every postcard. Not thread-safe: each belongs to one card or one message at a time.
-/// Buffers that change hands are made with new char[] and freed with delete[]. Failures are logged under
-/// "MemoryStream".
+/// Buffers that change hands are made with new char[] and freed with
+/// delete[]. Failures are logged under "MemoryStream".
 namespace zv_loc_fw {
 
 /// Encoded bytes, as the transport takes them for sending.

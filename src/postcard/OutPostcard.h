@@ -48,8 +48,8 @@ public:
     [[nodiscard]] virtual int addString(const char* name, const char* value) = 0;
     /// A pointer's value, as an FT_INT64.
     [[nodiscard]] virtual int addPtr(const char* name, void* const& value) = 0;
-    /// Raw bytes. @return 0; 2 to 5 as above; 6 no data; 8 type, 9 name length, 10 name, 11 length, 12 data not
-    /// appended
+    /// Raw bytes. @return 0; 2 to 5 as above; 6 no data; 8 type, 9 name length, 10
+    /// name, 11 length, 12 data not appended
     ///         (size 0 leaves an empty blob in the card and is 12 all the same; readers stumble over it: avoid)
     [[nodiscard]] virtual int addBlob(const char* name, const void* data, size_t size) = 0;
     /// A copy of a finished card. @return 0; 2 no name; 3 no card; 4 card not finished; 5 not written

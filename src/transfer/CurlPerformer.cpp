@@ -1,14 +1,11 @@
 #include "transfer/CurlPerformer.h"
 
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <limits>
+#include <iterator>
 #include <new>
 
 #include "base/Timestamp.h"
-#include "base/checked.h"
 #include "base/log.h"
 #include "inet/AgentProtocol.h"
 #include "mq/Envelope.h"
@@ -16,8 +13,9 @@
 #include "postcard/CardBuilder.h"
 #include "postcard/InPostcard.h"
 #include "transfer/ExchangeArchive.h"
-#include "transfer/TlsFiles.h"
+#include "transfer/TransferRequest.h"
 #include "transfer/TransferSettings.h"
+#include "transfer/TransferSetup.h"
 #include "transfer/WorkerCommand.h"
 
 namespace zv_loc_fw {
@@ -27,22 +25,6 @@ namespace {
 using namespace agent_protocol;
 
 constexpr const char* kStaticTag = "InetAgentService-Static";
-constexpr size_t kHeaderLineSize = 256;
-constexpr long kDnsCacheSec = 86400;
-/// libcurl keeps time-outs in milliseconds in an int and refuses more seconds than this.
-constexpr int32_t kMaxTimeoutSec = INT_MAX / 1000;
-/// The answer's way back to the client.
-constexpr int32_t kMarginSec = 1;
-
-/// Whole seconds a job has waited, truncated.
-int32_t secondsSince(const Timestamp& arrival) {
-    const float spent = (Timestamp() - arrival).get_total_sec();
-    // The span is 32 bits wide, but its single-precision value may round up to one more.
-    if (spent >= -static_cast<float>(std::numeric_limits<int32_t>::min())) {
-        std::abort();
-    }
-    return static_cast<int32_t>(spent);
-}
 
 bool isTimeout(CURLcode error) {
     return error == CURLE_OPERATION_TIMEDOUT;
@@ -142,28 +124,22 @@ void CurlPerformer::perform(MqMsgWrapper* job) {
     }
 }
 
-/// The codes of "perform failed %d" are steps of this road; 35 to 38, 44 to 46 and 57 are steps of our own that the
-/// others' numbering leaves free.
 int CurlPerformer::performSteps(MqMsgWrapper* job) {
-    Request request;
-    if (const int result = readRequest(job, &request); result != 0) {
+    if (!mReady) {
+        return 2;
+    }
+    TransferRequest request;
+    if (const int result = readTransferRequest(mName, job, &request); result != 0) {
         return result;
     }
     if (!mResponse.begin()) {
         return 11;
     }
     curl_easy_reset(mHandle.get());  // keeps connections and looked-up names
-    if (const int result = prepareTransfer(*job, request); result != 0) {
-        return result;
-    }
-    // Lives until the transfer is over; the handle still points to it then, and only a reset may follow.
-    CurlListPtr headers;
-    if (request.isPost) {
-        if (const int result = preparePost(&request, &headers); result != 0) {
-            return result;
-        }
-    }
-    if (const int result = setRedirects(); result != 0) {
+    TransferSetup setup(mHandle.get(), mName);
+    const TransferHooks hooks = {this,      &curl_data_handler, &curl_header_handler, &curl_progress_handler,
+                                 &mSockets, mErrorBuffer};
+    if (const int result = setup.apply(*job, &request, hooks); result != 0) {
         return result;
     }
 
@@ -186,237 +162,7 @@ int CurlPerformer::performSteps(MqMsgWrapper* job) {
     return reportTimes();
 }
 
-int CurlPerformer::readRequest(MqMsgWrapper* job, Request* request) {
-    if (!mReady) {
-        return 2;
-    }
-    if (job == nullptr) {
-        return 3;
-    }
-    InPostcard* card = job->card();
-    if (card == nullptr) {
-        return 4;
-    }
-    request->card = card;
-    if (card->getString(envelope::kFrom, &request->from) != 0) {
-        return 5;
-    }
-    if (card->getString(envelope::kTo, &request->to) != 0) {
-        return 6;
-    }
-    if (card->getString(envelope::kReq, &request->req) != 0) {
-        return 7;
-    }
-    if (card->getInt32(envelope::kTxId, request->txId) != 0) {
-        return 8;
-    }
-    log_info(mName, "FROM: %s", request->from);
-    log_info(mName, "REQ:  %s", request->req);
-    log_info(mName, "TX-ID:  %d", request->txId);
-
-    request->isPost = std::strcmp(request->req, kPost) == 0;
-    if (!request->isPost && std::strcmp(request->req, kGet) != 0) {
-        log_warning(mName, "ignoring unknown request %s", request->req);
-        return 6;
-    }
-    if (card->getString(kUrl, &request->url) != 0) {
-        return 9;
-    }
-    if (request->url == nullptr || request->url[0] == '\0') {
-        return 10;
-    }
-    log_info(mName, "URL:  %s", request->url);
-    return 0;
-}
-
-int CurlPerformer::prepareTransfer(const MqMsgWrapper& job, const Request& request) {
-    if (const int result = setTrace(); result != 0) {
-        return result;
-    }
-    if (const int result = setCallbacks(); result != 0) {
-        return result;
-    }
-    if (const int result = setTimeout(job, request); result != 0) {
-        return result;
-    }
-    if (const int result = setDestination(request); result != 0) {
-        return result;
-    }
-    return setClientCertificate(request);
-}
-
-int CurlPerformer::setTrace() {
-    const TransferSettings& settings = transferSettings();
-    if (!settings.verbose || settings.verboseFile == nullptr) {
-        return 0;
-    }
-    log_verbose(mName, "setting CURLOPT_VERBOSE");
-    CurlOptions options(mHandle.get());
-    options.set(18, CURLOPT_VERBOSE, 1L);
-    options.set(19, CURLOPT_STDERR, static_cast<void*>(settings.verboseFile));
-    return options.result();
-}
-
-int CurlPerformer::setCallbacks() {
-    CurlOptions options(mHandle.get());
-    options.set(20, CURLOPT_NOSIGNAL, 1L);  // several workers share the process
-    options.set(21, CURLOPT_WRITEFUNCTION, &curl_data_handler);
-    options.set(22, CURLOPT_WRITEDATA, static_cast<void*>(this));
-    options.set(23, CURLOPT_HEADERFUNCTION, &curl_header_handler);
-    options.set(24, CURLOPT_HEADERDATA, static_cast<void*>(this));
-    std::memset(mErrorBuffer, 0, sizeof(mErrorBuffer));
-    options.set(25, CURLOPT_ERRORBUFFER, static_cast<void*>(mErrorBuffer));
-
-    // What interrupt() needs.
-    options.set(44, CURLOPT_NOPROGRESS, 0L);
-    options.set(44, CURLOPT_XFERINFOFUNCTION, &curl_progress_handler);
-    options.set(44, CURLOPT_XFERINFODATA, static_cast<void*>(this));
-    options.set(45, CURLOPT_OPENSOCKETFUNCTION, &OpenSockets::open);
-    options.set(45, CURLOPT_OPENSOCKETDATA, static_cast<void*>(&mSockets));
-    options.set(46, CURLOPT_CLOSESOCKETFUNCTION, &OpenSockets::close);
-    options.set(46, CURLOPT_CLOSESOCKETDATA, static_cast<void*>(&mSockets));
-#if LIBCURL_VERSION_NUM >= 0x075700
-    // A name server that does not answer must not hold the worker beyond its time-out, or hold a stop.
-    options.setIfKnown(38, CURLOPT_QUICK_EXIT, 1L);
-#endif
-    return options.result();
-}
-
-int CurlPerformer::setTimeout(const MqMsgWrapper& job, const Request& request) {
-    int32_t timeout_sec = 0;
-    if (request.card->getInt32Default(kTimeoutSec, timeout_sec) != 0) {
-        return 26;
-    }
-    const int32_t remaining = checkedSub(timeout_sec, secondsSince(job.time()));
-    if (remaining <= kMarginSec) {
-        log_warning(mName, "perform: already timed out");
-        return 27;
-    }
-    const int32_t transfer_sec = remaining - kMarginSec;
-    log_verbose(mName, "perform: timeout changed to %d sec", transfer_sec);
-    CurlOptions options(mHandle.get());
-    options.set(28, CURLOPT_TIMEOUT, static_cast<long>(transfer_sec < kMaxTimeoutSec ? transfer_sec : kMaxTimeoutSec));
-    return options.result();
-}
-
-int CurlPerformer::setDestination(const Request& request) {
-    CurlOptions options(mHandle.get());
-    options.set(29, CURLOPT_URL, request.url);
-    // A client must not read the device's files through us, or reach other kinds of servers, by a redirect either.
-    options.set(36, CURLOPT_PROTOCOLS_STR, "http,https");
-    options.set(37, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-
-    getCertName();
-    options.set(30, CURLOPT_CAINFO, caFilePath());
-    // A directory built into libcurl would be trusted beside the file, and loaded again for every connection.
-    options.setIfKnown(35, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
-    if (options.result() != 0) {
-        return options.result();
-    }
-
-    bool force_new_connection = false;
-    if (request.card->getBoolDefault(kForceNewConnection, force_new_connection) != 0) {
-        return 31;
-    }
-    if (force_new_connection) {
-        log_verbose(mName, "force new connection");
-        options.set(32, CURLOPT_FRESH_CONNECT, 1L);
-    }
-    options.set(33, CURLOPT_IPRESOLVE, static_cast<long>(CURL_IPRESOLVE_WHATEVER));
-    options.set(34, CURLOPT_DNS_CACHE_TIMEOUT, kDnsCacheSec);
-    return options.result();
-}
-
-int CurlPerformer::setClientCertificate(const Request& request) {
-    if (!request.isPost || !isServiceUrl(request.url)) {
-        return 0;
-    }
-    if (!deviceCertificatePresent()) {
-        return 39;
-    }
-    CurlOptions options(mHandle.get());
-    options.set(40, CURLOPT_SSLCERTTYPE, "PEM");
-    options.set(41, CURLOPT_SSLCERT, deviceCertificatePath());
-    options.set(42, CURLOPT_SSLKEYTYPE, "PEM");
-    options.set(43, CURLOPT_SSLKEY, deviceKeyPath());
-    return options.result();
-}
-
-int CurlPerformer::preparePost(Request* request, CurlListPtr* headers) {
-    constexpr int kEmptyBlob = 7;  // the reader refuses a blob of no bytes with this code
-    const int read = request->card->getBlob(kPostData, &request->postData, &request->postSize);
-    if (read != 0 && read != kEmptyBlob) {
-        return 50;
-    }
-    if (read == 0 && request->postData == nullptr) {
-        return 51;
-    }
-    if (request->postSize == 0) {
-        return 52;
-    }
-    CurlOptions options(mHandle.get());
-    options.set(53, CURLOPT_POST, 1L);
-    // Not copied: the request card lives until the transfer is over.
-    options.set(54, CURLOPT_POSTFIELDS, static_cast<const char*>(request->postData));
-    options.set(55, CURLOPT_POSTFIELDSIZE, static_cast<long>(request->postSize));
-    if (options.result() != 0) {
-        return options.result();
-    }
-
-    char line[kHeaderLineSize] = {};
-    const char* content_type = nullptr;
-    if (request->card->getStringOptional(kContentType, &content_type) != 0) {
-        return 56;
-    }
-    if (content_type != nullptr) {
-        (void)std::snprintf(line, sizeof(line), "Content-Type: %s", content_type);  // longer lines are cut by design
-        if (const int result = addPostHeader(headers, line); result != 0) {
-            return result;
-        }
-    }
-    const char* protocol_version = nullptr;
-    if (request->card->getStringOptional(kProtocolVersion, &protocol_version) != 0) {
-        return 60;
-    }
-    if (protocol_version != nullptr) {
-        (void)std::snprintf(line, sizeof(line), "Protocol-Version: %s", protocol_version);
-        if (const int result = addPostHeader(headers, line); result != 0) {
-            return result;
-        }
-    }
-    (void)std::snprintf(line, sizeof(line), "Content-length: %d", static_cast<int>(request->postSize));
-    if (const int result = addPostHeader(headers, line); result != 0) {
-        return result;
-    }
-    options.set(61, CURLOPT_HTTPHEADER, headers->get());
-    if (options.result() != 0) {
-        return options.result();
-    }
-    saveBlobToFile("req", request->from, request->txId, request->postData, static_cast<uint32_t>(request->postSize));
-    return 0;
-}
-
-/// @return 0; 57 no memory, the list stays as it is
-int CurlPerformer::addPostHeader(CurlListPtr* headers, const char* line) {
-    curl_slist* longer = curl_slist_append(headers->get(), line);
-    if (longer == nullptr) {
-        return 57;
-    }
-    (void)headers->release();  // part of the longer list
-    headers->reset(longer);
-    log_debug(mName, "post header [%s]", line);
-    return 0;
-}
-
-int CurlPerformer::setRedirects() {
-    CurlOptions options(mHandle.get());
-    options.set(62, CURLOPT_FOLLOWLOCATION, 1L);
-    options.set(63, CURLOPT_MAXREDIRS, 1L);
-    options.set(64, CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_ALL));  // a POST stays a POST
-    return options.result();
-}
-
-void CurlPerformer::transfer(const Request& request, CardBuilder* result_card) {
+void CurlPerformer::transfer(const TransferRequest& request, CardBuilder* result_card) {
     std::memset(mErrorBuffer, 0, sizeof(mErrorBuffer));
     log_debug(mName, "inet begin");
     const CURLcode error = curl_easy_perform(mHandle.get());
@@ -446,7 +192,7 @@ void CurlPerformer::addFailure(CURLcode error, CardBuilder* result_card) {
     result_card->addString(80, kCurlError, mErrorBuffer);
 }
 
-void CurlPerformer::addResponse(const Request& request, CardBuilder* result_card) {
+void CurlPerformer::addResponse(const TransferRequest& request, CardBuilder* result_card) {
     const OutMemoryStream* body = mResponse.body();
     if (body != nullptr && body->getBuffer() != nullptr) {
         if (request.isPost) {
@@ -468,8 +214,8 @@ void CurlPerformer::addResponse(const Request& request, CardBuilder* result_card
     log_info(mName, "HTTP response code: %d", static_cast<int>(response_code));
 }
 
-/// @return 0; 3 no memory for the message; 4 to 9 not built; 10, 11 no memory for the reader, the wrapper; 12 not
-/// queued
+/// @return 0; 3 no memory for the message; 4 to 9 not built; 10, 11 no memory for
+/// the reader, the wrapper; 12 not queued
 int CurlPerformer::notifyHttpResult(const CardBuilder& result_card) {
     const char* controller_name = mController->getSelfIpcName();
     CardBuilder builder(3, 4);

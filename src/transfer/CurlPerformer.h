@@ -18,6 +18,7 @@ namespace zv_loc_fw {
 
 class CardBuilder;
 class MqClientControllerBase;
+struct TransferRequest;
 struct WorkerCommand;
 
 /// A controller's transfer worker: takes commands from its queue, performs one HTTP(S) exchange at a time, and hands
@@ -54,36 +55,13 @@ public:
     static size_t curl_header_handler(char* line, size_t size, size_t count, void* worker);
 
 private:
-    /// What the request card says; texts point into the card.
-    struct Request {
-        InPostcard* card = nullptr;
-        const char* from = nullptr;
-        const char* to = nullptr;
-        const char* req = nullptr;
-        const char* url = nullptr;
-        int32_t txId = -1;
-        bool isPost = false;
-        const void* postData = nullptr;
-        size_t postSize = 0;
-    };
-
     static int curl_progress_handler(void* worker, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
 
     void perform(MqMsgWrapper* job);
     int performSteps(MqMsgWrapper* job);
-    int readRequest(MqMsgWrapper* job, Request* request);
-    int prepareTransfer(const MqMsgWrapper& job, const Request& request);
-    int setTrace();
-    int setCallbacks();
-    int setTimeout(const MqMsgWrapper& job, const Request& request);
-    int setDestination(const Request& request);
-    int setClientCertificate(const Request& request);
-    int preparePost(Request* request, CurlListPtr* headers);
-    int addPostHeader(CurlListPtr* headers, const char* line);
-    int setRedirects();
-    void transfer(const Request& request, CardBuilder* result_card);
+    void transfer(const TransferRequest& request, CardBuilder* result_card);
     void addFailure(CURLcode error, CardBuilder* result_card);
-    void addResponse(const Request& request, CardBuilder* result_card);
+    void addResponse(const TransferRequest& request, CardBuilder* result_card);
     int notifyHttpResult(const CardBuilder& result_card);
     int reportTimes();
 

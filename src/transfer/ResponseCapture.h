@@ -25,8 +25,8 @@ public:
     void end() { mBody.reset(); }
 
     /// libcurl's body chunk of size times count bytes.
-    /// @return bytes taken; 0 ends the transfer with a write error: no body begun, nothing in the chunk, no memory for
-    /// it
+    /// @return bytes taken; 0 ends the transfer with a write error: no body begun,
+    /// nothing in the chunk, no memory for it
     ///         or a body beyond kMaxBodySize
     size_t takeBody(const char* data, size_t size, size_t count);
     /// libcurl's header line, not terminated. Headers never stop a transfer. @return size times count

@@ -77,7 +77,7 @@ TEST_F(DeadlineTest, RejectedRequestBlocksItsControllerUntilAResultComes) {
         ASSERT_EQ(mClient.send(controller, internalResult(controller)), 0);
         expectCard(mClient.receive(), result(waiting, 200, "hello\n"));
     }
-    EXPECT_EQ(agent().count("ignoring response for a request that has timed out"), std::size(rejected));
+    EXPECT_TRUE(agent().waitForLine("ignoring response for a request that has timed out", std::size(rejected)));
     EXPECT_EQ(mHttp.requestCount(), std::size(rejected));
 }
 

@@ -76,8 +76,8 @@ private:
     std::thread mKeeper;
 };
 
-/// Waits until a participant's socket exists in the device's socket directory and takes a connection; false after
-/// `seconds`.
+/// Waits until a participant's socket exists in the device's socket directory and
+/// takes a connection; false after `seconds`.
 [[nodiscard]] bool waitForSocket(const std::string& name, int seconds = 30);
 /// The opposite: until the file is gone.
 [[nodiscard]] bool waitForSocketGone(const std::string& name, int seconds = 30);

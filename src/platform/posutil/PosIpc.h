@@ -55,8 +55,8 @@ public:
     [[nodiscard]] static std::unique_ptr<PosIpcRecver> getPosIpcLocalRecver(
         const std::shared_ptr<IPosIpcListener>& listener, const char* path);
 
-    /// Hands every message to the listener until the receiver is stopped. Blocks. A broken socket is logged and ends it
-    /// too.
+    /// Hands every message to the listener until the receiver is stopped. Blocks. A broken
+    /// socket is logged and ends it too.
     /// @return whether it ended because of stop()
     static bool startBlockingListening(PosIpcRecver& recver);
 

@@ -92,7 +92,7 @@ bool PosTimer::start(uint32_t timeout_ms, bool /*wake_up*/) {
             POS_LOG_ERROR(kTag, "no thread for a timer: %s", strerror(error));
             return false;
         }
-        start.release();  // the thread's now
+        (void)start.release();  // the thread's now
         mState->joinable = true;
     }
     mState->deadline = State::Clock::now() + std::chrono::milliseconds(timeout_ms);

@@ -9,8 +9,8 @@ namespace pos_util {
 ///
 /// A derived class implements timeOutCallback() and calls shutDown() first thing in the destructor of the most derived
 /// class: from then on no callback runs and none will (shutDown waits for one that is running, unless it is called from
-/// that very callback). Any thread may call start and stop, the callback included; neither waits for a callback that is
-/// running.
+/// that very callback). Any thread may call start and stop, the callback included; neither
+/// waits for a callback that is running.
 class PosTimer {
 public:
     PosTimer();

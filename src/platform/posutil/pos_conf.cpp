@@ -16,7 +16,7 @@ const char* const POS_PATH_GPS_CONF = "/vendor/etc/gps.conf";
 namespace {
 
 // Configuration files have a few kilobytes; what is longer is something else.
-constexpr size_t kMaxFileSize = 1024 * 1024;
+constexpr size_t kMaxFileSize = size_t{1024} * 1024;
 constexpr std::string_view kBlanks = " \t\r\v\f";
 
 bool readFile(const char* path, std::string& content) {

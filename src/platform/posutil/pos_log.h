@@ -5,8 +5,8 @@
 
 /// The platform's log back end: what the modules' second road of log lines needs (base/ModuleLog.h). Any thread.
 
-/// The level of a module, 0 (nothing) to 5: "DEBUG_LEVEL" of the GNSS configuration file, 2 when absent or out of
-/// range.
+/// The level of a module, 0 (nothing) to 5: "DEBUG_LEVEL" of the GNSS configuration
+/// file, 2 when absent or out of range.
 /// @param tag the module; null is the default tag. Every tag has the same level here.
 int32_t get_tag_log_level(const char* tag);
 

@@ -1,7 +1,8 @@
 #include "platform/AndroidLog.h"
 
 // Weak: a program that brings its own __android_log_print may do without liblog, and older libraries lack the call.
-extern "C" int __android_log_set_minimum_priority(int priority) __attribute__((weak));
+extern "C" int __android_log_set_minimum_priority(int priority)  // NOLINT(readability-redundant-declaration): now weak
+    __attribute__((weak));
 
 namespace platform {
 

@@ -19,7 +19,7 @@ namespace android {
 namespace {
 
 constexpr char kTag[] = "Minijail";
-constexpr size_t kMaxPolicySize = 1024 * 1024;
+constexpr size_t kMaxPolicySize = size_t{1024} * 1024;
 
 /// @return 0, or errno
 int readFile(const std::string& path, std::string& content) {

@@ -50,7 +50,8 @@ bool SeccompPolicy::parse(const std::string& file, std::string_view content) {
         if (!parseLine(file, trim(line), reason)) {
             // An included file has told it already, more exactly.
             if (mError.empty()) {
-                mError = file + ":" + std::to_string(first) + ": " + reason;
+                mError = file;
+                mError.append(":").append(std::to_string(first)).append(": ").append(reason);
             }
             return false;
         }
