@@ -80,15 +80,6 @@ bool RawConnection::sendAll(const std::string& bytes) {
     return true;
 }
 
-bool RawConnection::drip(const std::string& bytes, size_t pieceSize, int pauseMilliseconds) {
-    for (size_t at = 0; at < bytes.size(); at += pieceSize) {
-        if (!sleep(pauseMilliseconds) || !sendAll(bytes.substr(at, pieceSize))) {
-            return false;
-        }
-    }
-    return true;
-}
-
 void RawConnection::reset() {
     const linger at_once{1, 0};
     setsockopt(mFd, SOL_SOCKET, SO_LINGER, &at_once, sizeof(at_once));
@@ -129,8 +120,8 @@ RawServer::~RawServer() {
         giveUp("raw server's stop");
     }
     mAcceptor.join();
-    for (Running& running : mRunning) {
-        running.thread.join();
+    for (std::thread& running : mRunning) {
+        running.join();
     }
     close(mListener);
     close(mStopEvent);
@@ -149,42 +140,28 @@ void RawServer::acceptLoop() {
         if (fd < 0) {
             continue;
         }
-        reapDone();
-        size_t number = 0;
         {
             const std::lock_guard guard(mMutex);
-            number = mAccepted.fetch_add(1);
+            ++mAccepted;
             mChanged.notify_all();
         }
-        Running& running = mRunning.emplace_back();
-        running.thread = std::thread([this, fd, number, &running] {
-            RawConnection connection(fd, number, *this);
+        mRunning.emplace_back([this, fd] {
+            RawConnection connection(fd, *this);
             mScript(connection);
             if (connection.mFd >= 0) {
                 close(connection.mFd);
             }
-            running.done = true;
         });
     }
 }
 
-void RawServer::reapDone() {
-    mRunning.remove_if([](Running& running) {
-        if (running.done) {
-            running.thread.join();
-            return true;
-        }
-        return false;
-    });
-}
-
-std::string RawServer::url(const std::string& path, const std::string& scheme) const {
-    return scheme + "://127.0.0.1:" + std::to_string(mPort) + path;
+std::string RawServer::url(const std::string& path) const {
+    return "http://127.0.0.1:" + std::to_string(mPort) + path;
 }
 
 bool RawServer::waitForConnections(size_t count) const {
     std::unique_lock lock(mMutex);
-    return mChanged.wait_for(lock, kPatience, [&] { return mAccepted.load() >= count; });
+    return mChanged.wait_for(lock, kPatience, [&] { return mAccepted >= count; });
 }
 
 RawServer::Script RawServer::answer(std::string bytes) {
