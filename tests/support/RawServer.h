@@ -4,6 +4,7 @@
 #include <functional>
 #include <list>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -11,34 +12,30 @@ namespace test_support {
 
 class RawServer;
 
-/// One accepted connection in the hands of a script. Every call ends early, with a failure, once the server stops.
+/// One accepted connection in the hands of a script. Every call ends early once the server stops.
 class RawConnection {
 public:
-    RawConnection(int fd, const RawServer& server) : mFd(fd), mServer(server) {}
+    RawConnection(int fd, RawServer& server) : mFd(fd), mServer(server) {}
 
     /// Reads a whole request: the head, and as much body as its Content-Length says. Empty when the client left.
     [[nodiscard]] std::string readRequest();
-    /// False when the client no longer takes it.
-    bool sendAll(const std::string& bytes);
-    /// Closes so that the client sees a reset instead of an orderly end.
+    /// Until the client no longer takes it.
+    void sendAll(const std::string& bytes);
+    /// From now on the end of the script is a reset for the client instead of an orderly end.
     void reset();
     /// Does nothing until the client goes away or the server stops.
     void stall();
     /// False as soon as the server stops.
-    [[nodiscard]] bool sleep(int milliseconds) const;
+    [[nodiscard]] bool sleep(int milliseconds);
 
 private:
-    friend class RawServer;
-    /// True when the descriptor is ready; false when the server stops.
-    bool waitFor(short events) const;
-
     int mFd;
-    const RawServer& mServer;
+    RawServer& mServer;
 };
 
 /// A TCP server on a free port of 127.0.0.1 that does to each connection what a script says: for servers that no HTTP
-/// library would play. Each connection has a thread of its own; the destructor ends them all promptly and closes every
-/// descriptor. A script's connection is closed when the script returns.
+/// library would play. Each connection has a thread of its own and is closed when its script returns; the destructor
+/// ends them all promptly.
 class RawServer {
 public:
     using Script = std::function<void(RawConnection&)>;
@@ -64,12 +61,12 @@ private:
 
     Script mScript;
     int mListener = -1;
-    /// Readable once the server stops; polled beside every wait.
-    int mStopEvent = -1;
     int mPort = 0;
-    size_t mAccepted = 0;
     mutable std::mutex mMutex;
     mutable std::condition_variable mChanged;
+    bool mStopping = false;
+    size_t mAccepted = 0;
+    std::set<int> mOpen;
     std::list<std::thread> mRunning;  // touched by the accepting thread, and by the destructor after that has ended
     std::thread mAcceptor;
 };
