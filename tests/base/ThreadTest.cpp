@@ -15,30 +15,25 @@ using testing::IsEmpty;
 
 class ThreadTest : public base_test::BaseTest {};
 
-/// Runs until released, and tells of its life.
-class Waiter : public Runnable {
-public:
-    explicit Waiter(int& deleted) : mDeleted(deleted) {}
-    ~Waiter() override { ++mDeleted; }
-    int run() override {
-        self = pthread_self();
-        char name[16] = "";
-        pthread_getname_np(self, name, sizeof(name));
-        running.set_value(name);
-        release.get_future().wait();
-        return 7;
-    }
+TEST_F(ThreadTest, RunsOnceUnderTheKernelNameAndOwnsItsRunnable) {
+    class Waiter : public Runnable {
+    public:
+        explicit Waiter(bool& deleted) : mDeleted(deleted) {}
+        ~Waiter() override { mDeleted = true; }
+        int run() override {
+            char name[16] = "";
+            pthread_getname_np(pthread_self(), name, sizeof(name));
+            running.set_value(name);
+            release.get_future().wait();
+            return 7;
+        }
+        std::promise<std::string> running;
+        std::promise<void> release;
 
-    std::promise<std::string> running;
-    std::promise<void> release;
-    pthread_t self{};
-
-private:
-    int& mDeleted;
-};
-
-TEST_F(ThreadTest, RunsOnceUnderTheKernelName) {
-    int deleted = 0;
+    private:
+        bool& mDeleted;
+    };
+    bool deleted = false;
     auto* waiter = new Waiter(deleted);
     {
         ThreadImpl thread(nullptr, waiter, true);
@@ -50,9 +45,9 @@ TEST_F(ThreadTest, RunsOnceUnderTheKernelName) {
         EXPECT_EQ(thread.join(), 0);
         EXPECT_EQ(thread.join(), 2);
         EXPECT_EQ(thread.launch(), 2);
-        EXPECT_EQ(deleted, 0);
+        EXPECT_FALSE(deleted);
     }
-    EXPECT_EQ(deleted, 1);
+    EXPECT_TRUE(deleted);
     EXPECT_EQ(mLog.count("[AutoLock] join: result: 2, errno: 0, [Success]"), 2U);
     EXPECT_EQ(mLog.count("[AutoLock] launch: result: 2, errno: 0, [Success]"), 2U);
 }
@@ -71,20 +66,6 @@ TEST_F(ThreadTest, RunnableThatReturnsAtOnceIsJoined) {
         ASSERT_EQ(nothing.runs, 1);
     }
     EXPECT_THAT(mLog.texts(), IsEmpty());
-}
-
-TEST_F(ThreadTest, DestroyingRunningThreadLeavesRunnableAlive) {
-    int deleted = 0;
-    const auto waiter = std::make_unique<Waiter>(deleted);  // the leak is ours to clean up
-    {
-        ThreadImpl thread("t", waiter.get(), true);
-        ASSERT_EQ(thread.launch(), 0);
-        waiter->running.get_future().wait();
-    }
-    EXPECT_EQ(deleted, 0);
-    EXPECT_THAT(mLog.texts(), ElementsAre("[t] ~ThreadImpl: thread is probably still running"));
-    waiter->release.set_value();
-    EXPECT_EQ(pthread_join(waiter->self, nullptr), 0);
 }
 
 TEST_F(ThreadTest, LockingAMutexTwiceFailsInsteadOfHanging) NO_THREAD_SAFETY_ANALYSIS {

@@ -22,24 +22,13 @@ using testing::ElementsAre;
 class JobQueueTest : public InetTest {
 protected:
     JobQueueTest() {
-        EXPECT_EQ(controller().init(), 0);
-        EXPECT_EQ(controller().launch(), 0);
+        EXPECT_EQ(mController.init(), 0);
+        EXPECT_EQ(mController.launch(), 0);
     }
     ~JobQueueTest() override {
-        controller().kill();
-        controller().join();
+        mController.kill();
+        mController.join();
     }
-
-    /// Takes out its own worker when a status event comes: a loop that lives on without one.
-    class LosesItsWorker : public TestController {
-    public:
-        std::atomic<bool> losesIt{false};
-        int processOSAgentNotification(InPostcard* /*event*/) override {
-            return losesIt.exchange(false) ? _shutdown() : 0;
-        }
-    };
-
-    LosesItsWorker& controller() { return mController; }
 
     void send(const Card& card) { EXPECT_EQ(client.send("agent", card), 0); }
     void get(int32_t tx_id, int32_t timeout_sec) {
@@ -75,7 +64,7 @@ protected:
     }
 
 private:
-    LosesItsWorker mController;
+    TestController mController;
     size_t mEvents = 0;
 };
 
@@ -190,20 +179,6 @@ TEST_F(JobQueueTest, AnUnanswerableExpiryLeavesTheQueueUnwatchedUntilTheNextMess
     gate.open();
     EXPECT_EQ(reply(), letGo(1));
     EXPECT_EQ(reply(), letGo(4));
-}
-
-TEST_F(JobQueueTest, AJobThatNoWorkerTakesExpiresAtItsDeadline) {
-    sync();
-    controller().losesIt = true;
-    sync();
-    get(1, 10);
-    EXPECT_TRUE(log.waitFor("[agent] setActiveJob failed 32"));
-    EXPECT_TRUE(log.waitFor("[agent] _process failed 31"));
-    EXPECT_TRUE(log.contains("[agent] reevaluateJobQueue failed 3"));
-    get(2, 5);
-    advance(11);
-    EXPECT_EQ(reply(), queuedTimedOut(2));
-    EXPECT_EQ(reply(), activeTimedOut(1));
 }
 
 }  // namespace

@@ -108,13 +108,8 @@ TEST(MinijailDeathTest, PolicyThatCannotBeUsedAborts) {
     const test_support::TempDir dir;
     const std::string good = dir.write("good", kBase);
     const std::string bad = dir.write("bad", "write: 1\nnonsense\n");
-    std::string endless = "read: arg0 < 1";
-    for (int i = 0; i < 250; ++i) {
-        endless += " || arg0 < 1 && arg1 < 1 && arg2 < 1 && arg3 < 1";
-    }
     EXPECT_EXIT(SetUpMinijail(good, bad), testing::KilledBySignal(SIGABRT), "");
     EXPECT_EXIT(SetUpMinijail(dir.path(), ""), testing::KilledBySignal(SIGABRT), "");
-    EXPECT_EXIT(SetUpMinijail(dir.write("long", endless), ""), testing::KilledBySignal(SIGABRT), "");
 }
 
 }  // namespace

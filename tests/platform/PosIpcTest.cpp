@@ -296,23 +296,5 @@ TEST(PosIpc, StopIsStickyAndMayComeOftenAndFromAnywhere) {
     }
 }
 
-TEST(PosIpc, BrokenSocketEndsListeningWithALine) {
-    const TempDir dir;
-    const LogCapture log;
-    const auto recver = PosIpc::getPosIpcLocalRecver(std::make_shared<Collector>(), dir.file("a").c_str());
-    std::thread listener([&] { EXPECT_FALSE(PosIpc::startBlockingListening(*recver)); });
-    // The receiver's own socket is the one of this process that has the name.
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        sockaddr_un address = {};
-        socklen_t length = sizeof(address);
-        const int fd = std::stoi(entry.path().filename().string());
-        if (getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0 && dir.file("a") == address.sun_path) {
-            shutdown(fd, SHUT_RDWR);
-        }
-    }
-    listener.join();
-    EXPECT_TRUE(log.contains(dir.file("a") + ": the socket is broken"));
-}
-
 }  // namespace
 }  // namespace pos_util

@@ -1,8 +1,9 @@
 #pragma once
 
-#include <memory>
 #include <string>
 #include <vector>
+
+#include "support/files.h"
 
 namespace test_support {
 
@@ -12,14 +13,11 @@ struct Certificate {
     std::string keyPem;
 };
 
-/// A certificate authority that lives as long as the object: EC P-256, nothing on disk. Any failure of the library ends
-/// the test process: without certificates no test of this kind means anything.
+/// A certificate authority that lives as long as the object, played by the openssl program. Any failure ends the test
+/// process: without certificates no test of this kind means anything.
 class CertificateAuthority {
 public:
     explicit CertificateAuthority(const std::string& commonName = "Test Authority");
-    ~CertificateAuthority();
-    CertificateAuthority(const CertificateAuthority&) = delete;
-    CertificateAuthority& operator=(const CertificateAuthority&) = delete;
 
     enum class Validity { Now, Expired };
 
@@ -30,12 +28,15 @@ public:
     [[nodiscard]] Certificate issueClient(const std::string& commonName) const;
 
     /// What a client must trust.
-    [[nodiscard]] const std::string& pem() const { return mPem; }
+    [[nodiscard]] std::string pem() const { return readFile(mDirectory.file("ca.pem")); }
 
 private:
-    struct Issuer;
-    std::unique_ptr<Issuer> mIssuer;
-    std::string mPem;
+    [[nodiscard]] Certificate issue(const std::string& commonName, const std::string& extension,
+                                    Validity validity) const;
+    /// Runs openssl with these arguments; the names of files are those in mDirectory.
+    void openssl(const std::string& arguments) const;
+
+    TempDir mDirectory;
 };
 
 }  // namespace test_support
