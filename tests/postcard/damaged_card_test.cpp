@@ -24,14 +24,14 @@ protected:
         const char* text = nullptr;
         const void* data = nullptr;
         size_t size = 0;
-        int result = reader.getString("n", &text);
-        check(result, text, result == 0 ? std::strlen(text) + 1 : 0);
-        result = reader.getBlob("n", &data, &size);
-        check(result, data, size);
+        const int text_result = reader.getString("n", &text);
+        check(text_result, text, text_result == 0 ? std::strlen(text) + 1 : 0);
+        const int blob_result = reader.getBlob("n", &data, &size);
+        check(blob_result, data, size);
         InPostcard* inner = nullptr;
-        result = reader.getCard("n", &inner, 0);
+        const int inner_result = reader.getCard("n", &inner, 0);
         const Reader owned(inner);
-        check(result, inner != nullptr ? inner->getBuffer()->getBuffer() : nullptr,
+        check(inner_result, inner != nullptr ? inner->getBuffer()->getBuffer() : nullptr,
               inner != nullptr ? inner->getBuffer()->getSize() : 0);
 #define ZV_GET(Suffix, Type, Code)             \
     {                                          \

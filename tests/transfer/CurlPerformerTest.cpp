@@ -4,7 +4,6 @@
 
 #include <climits>
 #include <cstdlib>
-#include <filesystem>
 #include <thread>
 
 #include "base/log.h"
@@ -15,9 +14,7 @@
 #include "support/HttpServer.h"
 #include "support/LogCapture.h"
 #include "support/RawServer.h"
-#include "support/files.h"
 #include "transfer/Messages.h"
-#include "transfer/TransferSettings.h"
 #include "transfer/WorkerCommand.h"
 
 namespace transfer_test {
@@ -79,8 +76,6 @@ protected:
         log_set_global_level(EL_VERBOSE);
         setenv("no_proxy", "*", 1);
     }
-    ~CurlPerformerTest() override { transferSettings() = {}; }
-
     void push(std::unique_ptr<MqMsgWrapper> job, int32_t kind = WorkerCommand::kPerform) {
         EXPECT_EQ(worker->commandQueue()->push(new WorkerCommand{kind, std::move(job)}), 0);
     }
@@ -221,23 +216,6 @@ TEST_F(CurlPerformerTest, PostsSendTheirHeaders) {
         EXPECT_EQ(seen.at(seen.size() - 2).header("protocol-version"), "");
         EXPECT_EQ(seen.back().method + seen.back().header("content-type"), "GET");
     }
-}
-
-TEST_F(CurlPerformerTest, OnlyAnsweredPostsAreArchivedBothWays) {
-    const test_support::TempDir directory;
-    transferSettings() = {.rootDirectory = directory.path().c_str(), .saveMask = 2};
-    const std::string urls[] = {server.url("/status/404"), server.url("/status/204"), "http://127.0.0.1:1/"};
-    for (int32_t tx_id = 0; tx_id < 3; ++tx_id) {
-        const Card rest = without(without(post(urls[tx_id], "asked"), "FROM"), "TX-ID");
-        (void)perform(Card(rest).string("FROM", "KV-CS").int32("TX-ID", tx_id));
-    }
-    (void)perform(without(get(server.url("/hello")), "FROM").string("FROM", "KV-CS").blob("POST-DATA", "asked"));
-    std::vector<std::string> files;
-    for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
-        files.push_back(entry.path().filename());
-    }
-    EXPECT_THAT(files, testing::UnorderedElementsAre("KV-CS_req_0.bin", "KV-CS_resp_0.bin", "KV-CS_req_1.bin",
-                                                     "KV-CS_req_2.bin"));
 }
 
 TEST_F(CurlPerformerTest, TimeInTheQueueCountsAndOneSecondIsKept) {
