@@ -115,7 +115,16 @@ TEST_F(BlockingQueueTest, EveryWakeRestartsTheFullTimeoutAndALateItemIsTaken) {
 
 TEST_F(BlockingQueueTest, DeadlineFormWarnsAndLeftItemsAreReportedNotFreed) {
     const timespec past{1, 0};
+    const timespec future{std::time(nullptr) + 1000, 0};
     void* item = this;
+    timed_wait = [&](pthread_mutex_t*, const timespec& until) {
+        EXPECT_NEAR(static_cast<double>(until.tv_sec - future.tv_sec), 0, 500);
+        return EINVAL;
+    };
+    EXPECT_EQ(mQueue->pop(&item, &future, nullptr), 10);
+    EXPECT_TRUE(mLog.contains("[q] pop: error: 4"));
+    EXPECT_TRUE(mLog.contains("[q] pop 0: error: 10"));
+    timed_wait = nullptr;
     EXPECT_EQ(mQueue->pop(&item, &past, nullptr), 0);
     EXPECT_EQ(item, nullptr);
     ASSERT_EQ(mQueue->push(&mItems[0]), 0);
@@ -123,7 +132,7 @@ TEST_F(BlockingQueueTest, DeadlineFormWarnsAndLeftItemsAreReportedNotFreed) {
     EXPECT_EQ(item, &mItems[0]);
     ASSERT_EQ(mQueue->push(&mItems[0]), 0);
     mQueue.reset();
-    EXPECT_EQ(mLog.count("[q] pop 0: deprecated."), 2U);
+    EXPECT_EQ(mLog.count("[q] pop 0: deprecated."), 3U);
     EXPECT_EQ(mLog.texts().back(), "[q] ~BlockingQueueImpl: memory leak");
 }
 

@@ -4,8 +4,9 @@
 #include <memory>
 
 #include "base/BaseTest.h"
-#include "base/MutexImpl.h"
 #include "base/Runnable.h"
+#include "base/Timestamp.h"
+#include "base/WaitableBase.h"
 
 namespace {
 
@@ -68,13 +69,22 @@ TEST_F(ThreadTest, RunnableThatReturnsAtOnceIsJoined) {
     EXPECT_THAT(mLog.texts(), IsEmpty());
 }
 
-TEST_F(ThreadTest, LockingAMutexTwiceFailsInsteadOfHanging) NO_THREAD_SAFETY_ANALYSIS {
-    MutexImpl mutex(nullptr, true);
-    ASSERT_EQ(mutex.lock(), 0);
-    EXPECT_EQ(mutex.lock(), 1);
-    EXPECT_EQ(mutex.unlock(), 0);
-    EXPECT_THAT(mLog.texts(),
-                ElementsAre("[Mutex] lock: pthread_mutex_lock return code: 35, [Resource deadlock avoided]"));
+TEST_F(ThreadTest, LockingTwiceFailsInsteadOfHanging) NO_THREAD_SAFETY_ANALYSIS {
+    class Gate : public WaitableBase {
+    public:
+        Gate() : WaitableBase("gate") {}
+
+    protected:
+        int ZeroIfShouldWaitAgain_locked() override { return 1; }
+    };
+    Gate gate;
+    ASSERT_EQ(gate.lock(), 0);
+    EXPECT_EQ(gate.lock(), 3);
+    EXPECT_EQ(gate.lock_and_wait(TimeDiff()), 2);
+    const std::string mutex_line = "[gate] lock: pthread_mutex_lock return code: 35, [Resource deadlock avoided]";
+    EXPECT_THAT(mLog.texts(), ElementsAre(mutex_line, "[gate] lock : result 3", mutex_line,
+                                          "[gate] WaitableBase: lock_and_wait error: 2"));
+    EXPECT_EQ(gate.unlock(), 0);
 }
 
 }  // namespace

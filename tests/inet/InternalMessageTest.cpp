@@ -176,5 +176,14 @@ TEST_F(InternalMessageTest, AJobWhoseTurnComesTooLateExpiresAsTheActiveOne) {
     EXPECT_EQ(controller.jobQueue->timerCallback(nullptr), 2);
 }
 
+TEST_F(InternalMessageTest, ErrorRepliesNeedAnAddress) {
+    TestController controller;
+    const Card request = client.get("agent", "http://x", -2);
+    EXPECT_EQ(controller.sendErrorResponse(messageOf(request)->card(), nullptr), 4);
+    for (const auto& [name, code] : {std::pair{"FROM", 5}, {"REQ", 6}, {"TX-ID", 7}}) {
+        EXPECT_EQ(controller.sendErrorResponse(messageOf(without(request, name))->card(), "text"), code);
+    }
+}
+
 }  // namespace
 }  // namespace inet_test

@@ -95,6 +95,9 @@ TEST_F(JobQueueTest, DeadlinesThatOverflowNoClockAreKept) {
         EXPECT_EQ(reply(), timeout_sec > 0 ? letGo(5) : queuedTimedOut(5)) << timeout_sec;
     }
     TimeDiff remaining(1);
+    EXPECT_EQ(calculateTimeout(nullptr, &remaining), 2);
+    EXPECT_EQ(calculateTimeout(std::make_unique<MqMsgWrapper>(nullptr).get(), &remaining), 3);
+    EXPECT_EQ(calculateTimeout(messageOf(Card()).get(), nullptr), 4);
     EXPECT_EQ(calculateTimeout(messageOf(Card().string("TIMEOUT-SEC", "5")).get(), &remaining), 10);
     EXPECT_EQ(remaining.seconds(), 1) << "untouched so far";
     EXPECT_EQ(calculateTimeout(messageOf(Card().int32("TIMEOUT-SEC", 0)).get(), &remaining), 0);

@@ -43,4 +43,14 @@ TEST(PosConf, NumbersAreWholeDecimalOrHexadecimalValues) {
     }
 }
 
+TEST(PosConf, TextIsTrimmedAndCut) {
+    const test_support::TempDir dir;
+    const std::string path = dir.write("c", std::string(5000, 'x') + "\nA =  two words \nB = 1=2\n");
+    char a[6] = "?????";
+    char b[6] = "?????";
+    const pos_conf_entry table[] = {{"A", a, 's', nullptr}, {"B", b, 's', nullptr}};
+    EXPECT_EQ(pos_read_conf_long(path.c_str(), table, 2, sizeof(a)), 0);
+    EXPECT_EQ(std::string(a) + " " + b, "two w 1=2");
+}
+
 }  // namespace

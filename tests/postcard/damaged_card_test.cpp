@@ -176,6 +176,15 @@ TEST_F(DamagedCardTest, EachDamagedValueHasItsCodes) {
         {3, [&](auto& r) { return r.getInt32("", value); }, "01 00 00 00 00",
          "findName failed 5, field index 0; get simple failed 3"},
         {3, [](auto& r) { return r.getArrayBool("A", nullptr, nullptr); }, "00", "getArray failed 3"},
+        {2, [&](auto& r) { return r.getArrayInt32(nullptr, &count, nullptr); }, "00", "getArray failed 2"},
+        {2, [&](auto& r) { return r.getString(nullptr, &text); }, "00", "get string failed 2"},
+        {3, [](auto& r) { return r.getString("A", nullptr); }, "00", "get string failed 3"},
+        {2, [](auto& r) { return r.getStringDup("A", nullptr); }, "00", "get string duplicate failed 2"},
+        {2, [&](auto& r) { return r.getBlob(nullptr, &data, &size); }, "00", "get blob failed 2"},
+        {3, [&](auto& r) { return r.getBlob("A", nullptr, &size); }, "00", "get blob failed 3"},
+        {2, [&](auto& r) { return r.getCard(nullptr, &found, 0); }, "00", "get card failed 2"},
+        {3, [](auto& r) { return r.getCard("A", nullptr, 0); }, "00", "get card failed 3"},
+        {2, [](auto& r) { return r.init(nullptr, 4, true); }, "00", "init failed 2"},
     };
     for (const auto& damaged : cases) {
         EXPECT_EQ(damaged.expected, damaged.getter(*reading(hex(damaged.bytes)))) << damaged.lines;

@@ -1,4 +1,5 @@
 #include "PostcardTest.h"
+#include "postcard/InMemoryStreamImpl.h"
 
 namespace zv_loc_fw {
 namespace {
@@ -148,6 +149,26 @@ TEST_F(InPostcardTest, TakesTheWritersBytesOver) {
     EXPECT_EQ("addBlobWithType failed 6; add card failed 5", said());
     writer.reset();
     EXPECT_EQ(7, number(*reader));
+}
+
+// Wrong frees are the sanitizers' to find.
+TEST_F(InPostcardTest, StreamsAreAdoptedBorrowedAndCopied) {
+    auto* stream = new InMemoryStreamImpl;
+    EXPECT_EQ(4, stream->extract(nullptr, 1));
+    const void* adopted = new char[3]{'a', 'b', 'c'};
+    EXPECT_EQ(0, stream->setBufferOwnership(&adopted, 3));
+    EXPECT_EQ(nullptr, adopted);
+    EXPECT_EQ(3, stream->extract(nullptr, 0));
+    EXPECT_EQ(1, stream->setGetCursor(4));
+    EXPECT_EQ(0, stream->setGetCursor(2));
+    const std::unique_ptr<InMemoryStream> copy(stream->clone());
+    const Bytes bytes = bytesOf(*numbered(7));
+    EXPECT_EQ(0, stream->setBufferNoDup(bytes.data(), bytes.size()));
+    EXPECT_EQ(7, number(*Reader(InPostcard::createInstance(stream))));
+    char last = 0;
+    EXPECT_EQ(0, copy->extract(&last, 1));
+    EXPECT_EQ('c', last);
+    EXPECT_EQ("extract error 4; extract error 3; setGetCursor range error", said());
 }
 
 }  // namespace

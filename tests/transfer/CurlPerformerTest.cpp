@@ -154,6 +154,11 @@ TEST_F(CurlPerformerTest, RejectedRequestsLeaveACodeAndNoResult) {
         EXPECT_TRUE(results.empty()) << test.what;
     }
     EXPECT_EQ(server.requestCount(), 0U);
+    EXPECT_EQ(CurlPerformer::curl_data_handler(nullptr, 1, 5, nullptr), 0U);
+    EXPECT_EQ(CurlPerformer::curl_header_handler(nullptr, 1, 5, nullptr), 0U);
+    push(nullptr);
+    run();
+    EXPECT_TRUE(log.contains("perform failed 3"));
     push(messageOf(a_get));
     run(false);
     EXPECT_TRUE(log.contains("[agent] notifyHttpResult failed 12"));
