@@ -1,8 +1,15 @@
 #pragma once
 
+#include <CLI/CLI.hpp>
+
 namespace mqctl {
 
-/// Prints the participants of the socket directory. @return an ExitCode
-int runList();
+class Session;
+
+/// "list": the participants of the message queue.
+void addListCommand(CLI::App& app, Session& session);
+
+/// What mqctl does when no command is given.
+int runDefaultList(Session& session);
 
 }  // namespace mqctl

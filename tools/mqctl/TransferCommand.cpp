@@ -1,21 +1,19 @@
 #include "TransferCommand.h"
 
-#include <unistd.h>
-
-#include <cerrno>
-#include <chrono>
-#include <cstdio>
-#include <cstring>
-#include <fstream>
-#include <iterator>
+#include <cstdint>
 #include <memory>
 #include <string>
 
-#include "ExitCode.h"
-#include "client/Participant.h"
+#include "FieldArgs.h"
+#include "Files.h"
+#include "RequestGuard.h"
+#include "Session.h"
+#include "Text.h"
+#include "TransferReply.h"
 #include "inet/AgentProtocol.h"
 #include "mq/Envelope.h"
-#include "postcard/CardBuilder.h"
+#include "platform/posutil/PosIpc.h"
+#include "postcard/FieldType.h"
 
 namespace mqctl {
 
@@ -23,218 +21,213 @@ namespace {
 
 using namespace zv_loc_fw;
 using namespace zv_loc_fw::agent_protocol;
-using Clock = Participant::Clock;
 
-/// Below it the worker may find a second or less left: it then rejects the request, and the controller serves nobody
-/// any more (docs/operating.md).
-constexpr int32_t kShortestSafeTimeoutSec = 3;
 /// How much longer than its deadline a reply may take to get here.
 constexpr std::chrono::seconds kReplyMargin{2};
 constexpr int32_t kTxId = 1;
+constexpr int32_t kFirstErrorStatus = 400;
 
-struct Reply {
-    std::unique_ptr<InPostcard> card;
-    const char* resp = "";
-    const char* error = nullptr;
-    bool hasCurlTimeout = false;
-    bool curlTimeout = false;
-    int32_t httpStatus = -1;
-    int32_t size = -1;
-    const void* body = nullptr;
-    size_t bodySize = 0;
-    double seconds = 0;
+struct TransferOptions {
+    std::string url;
+    std::string data;  ///< of a POST: the text itself, @FILE or @-
+    std::string contentType;
+    std::string protocolVersion;
+    std::string outputFile;  ///< empty: standard output, unless that is a terminal and the body is not for one
+    int32_t timeoutSec = 60;
+    bool isPost = false;
+    bool fail = false;
+    bool fresh = false;
 };
 
-int fail(ExitCode code, const std::string& text) {
-    std::fprintf(stderr, "mqctl: %s\n", text.c_str());
-    return code;
-}
+class Transfer {
+public:
+    Transfer(Session& session, const TransferOptions& options)
+        : mSession(session), mOut(session.out), mOptions(options), mTo(session.options.to) {}
 
-/// Turns "-d" into the body: the text, or a file's bytes.
-int readBody(const std::string& data, std::string* body) {
-    if (data.empty() || data[0] != '@') {
-        *body = data;
+    int run() {
+        std::string body;
+        std::string error;
+        if (mOptions.isPost && !readBody(&body, &error)) {
+            return mOut.fail(kUsage, error);
+        }
+        if (const int code = check(body); code != kOk) {
+            return code;
+        }
+        int code = kOk;
+        const std::unique_ptr<Participant> participant = mSession.join(&code);
+        if (participant == nullptr) {
+            return code;
+        }
+        const std::string request = encodeCard(requestFields(body));
+        if (request.size() > pos_util::kPosIpcMaxMessage) {
+            return mOut.fail(kUsage, "the body is too large for one message");
+        }
+        mOut.detail(requestLine());
+        const Clock::time_point begin = Clock::now();
+        if (code = mSession.deliver(mTo, request); code != kOk) {
+            return code;
+        }
+        const Duration patience =
+            mSession.options.wait.value_or(std::chrono::seconds(mOptions.timeoutSec) + kReplyMargin);
+        const auto is_reply = [](const Message& message) {
+            return message.int32(envelope::kTxId) == kTxId && message.text(envelope::kResp).has_value();
+        };
+        const std::optional<Message> message = mSession.receive(*participant, mTo, begin + patience, is_reply);
+        if (!message.has_value()) {
+            return mOut.fail(kNoReply, mTo + ": no reply within " + formatDuration(patience));
+        }
+        return judge(TransferReply(*message, Clock::now() - begin));
+    }
+
+private:
+    /// Turns "-d" into the body: the text, or a file's bytes.
+    bool readBody(std::string* body, std::string* error) const {
+        if (mOptions.data.empty() || mOptions.data[0] != '@') {
+            *body = mOptions.data;
+            return true;
+        }
+        return readWholeFile(mOptions.data.substr(1), body, error);
+    }
+
+    /// What would take the controller out of service is not sent.
+    int check(const std::string& body) {
+        if (mSession.options.force) {
+            return kOk;
+        }
+        if (mOptions.url.empty()) {
+            return mOut.fail(kUsage, "the URL is empty");
+        }
+        if (mOptions.isPost && body.empty()) {
+            return mOut.fail(kUsage, "a POST needs a body: -d DATA or -d @FILE");
+        }
+        if (mOptions.timeoutSec < kShortestSafeTimeoutSec) {
+            return mOut.fail(kUsage, "a time-out below " + std::to_string(kShortestSafeTimeoutSec) +
+                                         " s can take the controller out of service for everybody; --force sends it "
+                                         "all the same");
+        }
         return kOk;
     }
-    const std::string path = data.substr(1);
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    if (file) {
-        body->assign(std::istreambuf_iterator<char>(file), {});
-    }
-    if (!file || file.bad()) {
-        return fail(kUsage, path + ": " + std::strerror(errno != 0 ? errno : EIO));
-    }
-    return kOk;
-}
 
-/// What would take the controller out of service is not sent.
-int checkRequest(const TransferOptions& options, const std::string& body) {
-    if (options.url.empty()) {
-        return fail(kUsage, "the URL is empty");
+    [[nodiscard]] Fields requestFields(const std::string& body) const {
+        Fields fields;
+        fields.push_back(stringField(envelope::kTo, mTo));
+        fields.push_back(stringField(envelope::kFrom, mSession.options.from));
+        fields.push_back(stringField(envelope::kReq, mOptions.isPost ? kPost : kGet));
+        fields.push_back(int32Field(envelope::kTxId, kTxId));
+        fields.push_back(stringField(kUrl, mOptions.url));
+        fields.push_back(int32Field(kTimeoutSec, mOptions.timeoutSec));
+        if (mOptions.fresh) {
+            fields.push_back(boolField(kForceNewConnection, true));
+        }
+        if (!mOptions.contentType.empty()) {
+            fields.push_back(stringField(kContentType, mOptions.contentType));
+        }
+        if (!mOptions.protocolVersion.empty()) {
+            fields.push_back(stringField(kProtocolVersion, mOptions.protocolVersion));
+        }
+        if (!body.empty()) {
+            fields.push_back({kPostData, findFieldType(uint16_t{FT_BLOB}), body, {}});
+        }
+        return fields;
     }
-    if (options.isPost && body.empty()) {
-        return fail(kUsage, "a POST needs a body: -d DATA or -d @FILE");
-    }
-    if (options.timeoutSec < kShortestSafeTimeoutSec && !options.force) {
-        return fail(kUsage,
-                    "a time-out below " + std::to_string(kShortestSafeTimeoutSec) +
-                        " s can take the controller out of service for everybody; --force sends it all the same");
-    }
-    return kOk;
-}
 
-int buildRequest(const TransferOptions& options, const std::string& from, const std::string& body,
-                 std::unique_ptr<OutPostcard>* card) {
-    CardBuilder builder(1, 1);
-    builder.addString(1, envelope::kTo, options.controller.c_str());
-    builder.addString(1, envelope::kFrom, from.c_str());
-    builder.addString(1, envelope::kReq, options.isPost ? kPost : kGet);
-    builder.addInt32(1, envelope::kTxId, kTxId);
-    builder.addString(1, kUrl, options.url.c_str());
-    builder.addInt32(1, kTimeoutSec, options.timeoutSec);
-    if (!body.empty()) {
-        builder.addBlob(1, kPostData, body.data(), body.size());
+    [[nodiscard]] std::string requestLine() const {
+        return printable("> TO " + mTo + " | FROM " + mSession.options.from + " | REQ " +
+                         (mOptions.isPost ? kPost : kGet) + " | TX-ID " + std::to_string(kTxId) + " | TIMEOUT-SEC " +
+                         std::to_string(mOptions.timeoutSec) + " | URL " + mOptions.url);
     }
-    builder.finalize(1);
-    if (builder.result() == 0 && builder.card()->getEncodedBuffer()->getSize() > pos_util::kPosIpcMaxMessage) {
-        return fail(kUsage, "the body is too large for one message");
-    }
-    *card = builder.takeCard();
-    return builder.result() == 0 ? kOk : fail(kOwnFailure, "cannot build the request: no memory");
-}
 
-/// Skips whatever is not the reply to our one request.
-std::unique_ptr<InPostcard> waitForReply(Participant& participant, Clock::time_point deadline) {
-    while (true) {
-        std::unique_ptr<InPostcard> message = participant.receive(deadline);
-        int32_t tx_id = envelope::kNoTxId;
-        const char* resp = nullptr;
-        if (message == nullptr || (message->getInt32(envelope::kTxId, tx_id) == 0 && tx_id == kTxId &&
-                                   message->getString(envelope::kResp, &resp) == 0)) {
-            return message;
+    /// What the reply says, as an exit status, with one line for everything but a result.
+    int judge(const TransferReply& reply) {
+        char after[64];
+        (void)std::snprintf(after, sizeof(after), "%.3f s of %d s; ", reply.elapsed.count(), mOptions.timeoutSec);
+        mOut.detail(reply.line());
+        mOut.detail(std::string("* reply after ") + after + std::to_string(reply.body.size()) + " bytes" +
+                    (mOptions.outputFile.empty() ? "" : " to " + mOptions.outputFile));
+        int code = kOk;
+        if (reply.kind == TransferReply::Kind::kResult) {
+            code = writeBody(reply);
+        }
+        if (mOut.json()) {
+            mOut.writeJson(reply.toJson(mOptions.timeoutSec, bodyIsInFile(reply) ? mOptions.outputFile : ""));
+        }
+        if (code != kOk) {
+            return code;
+        }
+        (void)std::snprintf(after, sizeof(after), "after %.1f s of %d s: ", reply.elapsed.count(), mOptions.timeoutSec);
+        switch (reply.kind) {
+            case TransferReply::Kind::kErrorReply:
+                return mOut.fail(kErrorReply, mTo + ": " + *reply.error);
+            case TransferReply::Kind::kTransferFailed:
+                return mOut.fail(kTransferFailed, std::string("transfer failed ") + after + *reply.error);
+            case TransferReply::Kind::kTransferTimedOut:
+                return mOut.fail(kTransferTimedOut, std::string("transfer timed out ") + after + *reply.error);
+            default:
+                return mOptions.fail && reply.httpStatus.value_or(0) >= kFirstErrorStatus
+                           ? mOut.fail(kHttpError, "the server answered " + std::to_string(*reply.httpStatus))
+                           : kOk;
         }
     }
-}
 
-Reply readReply(std::unique_ptr<InPostcard> card) {
-    Reply reply;
-    (void)card->getString(envelope::kResp, &reply.resp);
-    (void)card->getString(kCurlError, &reply.error);
-    reply.hasCurlTimeout = card->getBool(kCurlTimeout, reply.curlTimeout) == 0;
-    (void)card->getInt32Default(kHttpRespCode, reply.httpStatus);
-    (void)card->getInt32Default(kHttpRespDataSize, reply.size);
-    (void)card->getBlob(kHttpRespData, &reply.body, &reply.bodySize);
-    reply.card = std::move(card);
-    return reply;
-}
+    [[nodiscard]] bool bodyIsInFile(const TransferReply& reply) const {
+        return reply.kind == TransferReply::Kind::kResult && !mOptions.outputFile.empty() && mOptions.outputFile != "-";
+    }
 
-int writeBody(const TransferOptions& options, const Reply& reply) {
-    std::FILE* out = stdout;
-    if (!options.outputFile.empty()) {
-        out = std::fopen(options.outputFile.c_str(), "wb");
-        if (out == nullptr) {
-            return fail(kOwnFailure, options.outputFile + ": " + std::strerror(errno));
+    int writeBody(const TransferReply& reply) {
+        if (bodyIsInFile(reply)) {
+            std::string error;
+            return writeWholeFile(mOptions.outputFile, reply.body.data(), reply.body.size(), &error)
+                       ? kOk
+                       : mOut.fail(kOwnFailure, "cannot write the body: " + error);
         }
+        if (mOut.json()) {
+            return kOk;  // it is in the card
+        }
+        if (mOut.outIsTerminal() && mOptions.outputFile.empty() && !mSession.options.force &&
+            reply.body.find('\0') != std::string_view::npos) {
+            return mOut.fail(kUsage,
+                             "the body is not for a terminal: use \"-o FILE\", or \"-o -\" to see it all the same");
+        }
+        mOut.write(reply.body);
+        return kOk;
     }
-    const bool written = reply.bodySize == 0 || std::fwrite(reply.body, 1, reply.bodySize, out) == reply.bodySize;
-    const int error = errno;
-    const bool finished = out == stdout ? std::fflush(out) == 0 : std::fclose(out) == 0;
-    return written && finished ? kOk : fail(kOwnFailure, std::string("cannot write the body: ") + std::strerror(error));
-}
 
-void printRequest(const TransferOptions& options, const std::string& from) {
-    std::fprintf(stderr, "> TO %s | FROM %s | REQ %s | TX-ID %d | TIMEOUT-SEC %d | URL %s\n",
-                 options.controller.c_str(), from.c_str(), options.isPost ? kPost : kGet, kTxId, options.timeoutSec,
-                 options.url.c_str());
-}
+    Session& mSession;
+    Output& mOut;
+    const TransferOptions& mOptions;
+    const std::string& mTo;
+};
 
-void printReply(const TransferOptions& options, const Reply& reply) {
-    std::fprintf(stderr, "< RESP %s | TX-ID %d", reply.resp, kTxId);
-    if (reply.hasCurlTimeout) {
-        std::fprintf(stderr, " | CURL-TIMEOUT %s", reply.curlTimeout ? "true" : "false");
+CLI::App* addTransferCommand(CLI::App& app, Session& session, bool is_post,
+                             const std::shared_ptr<TransferOptions>& options) {
+    CLI::App* command = addCommand(app, is_post ? "post" : "get",
+                                   is_post ? "post a body through the agent" : "fetch a URL through the agent");
+    command->add_option("URL", options->url, "http or https address")->required();
+    if (is_post) {
+        command->add_option("-d,--data", options->data, "the body: DATA, @FILE for a file's bytes, @- for stdin")
+            ->type_name("DATA|@FILE")
+            ->required();
+        command->add_option("--type", options->contentType, "CONTENT-TYPE of the body")->type_name("TYPE");
+        command->add_option("--protocol-version", options->protocolVersion, "PROTOCOL-VERSION for the server")
+            ->type_name("V");
     }
-    if (reply.error != nullptr) {
-        std::fprintf(stderr, " | CURL-ERROR %s", reply.error);
-    }
-    if (reply.httpStatus >= 0) {
-        std::fprintf(stderr, " | HTTP-RESP-CODE %d", reply.httpStatus);
-    }
-    if (reply.size >= 0) {
-        std::fprintf(stderr, " | HTTP-RESP-DATA-SIZE %d", reply.size);
-    }
-    int32_t retry_after = 0;
-    if (reply.card->getInt32(kHttpRetryAfter, retry_after) == 0) {
-        std::fprintf(stderr, " | HTTP-RETRY-AFTER %d", retry_after);
-    }
-    std::fprintf(stderr, "\n* reply after %.3f s of %d s; %zu bytes", reply.seconds, options.timeoutSec,
-                 reply.bodySize);
-    if (!options.outputFile.empty()) {
-        std::fprintf(stderr, " to %s", options.outputFile.c_str());
-    }
-    std::fputc('\n', stderr);
-}
-
-/// What the reply says, as an exit status, with one line for everything but a result.
-int judge(const TransferOptions& options, const Reply& reply) {
-    if (reply.error == nullptr) {
-        return writeBody(options, reply);
-    }
-    if (!reply.hasCurlTimeout) {
-        return fail(kErrorReply, options.controller + ": " + reply.error);
-    }
-    char after[64];
-    (void)std::snprintf(after, sizeof(after), "after %.1f s of %d s: ", reply.seconds, options.timeoutSec);
-    return reply.curlTimeout ? fail(kTransferTimedOut, std::string("transfer timed out ") + after + reply.error)
-                             : fail(kTransferFailed, std::string("transfer failed ") + after + reply.error);
+    command->add_option("-t,--timeout", options->timeoutSec, "seconds that the agent is granted")
+        ->type_name("SEC")
+        ->capture_default_str();
+    command->add_option("-o,--output", options->outputFile, "write the body to FILE; - is stdout")->type_name("FILE");
+    command->add_flag("--fail", options->fail, "HTTP status of 400 or more is exit status 22");
+    command->add_flag("--fresh", options->fresh, "use no connection of an earlier request");
+    options->isPost = is_post;
+    command->callback(
+        [&session, options] { session.command = [&session, options] { return Transfer(session, *options).run(); }; });
+    return command;
 }
 
 }  // namespace
 
-int runTransfer(const TransferOptions& options) {
-    std::string body;
-    if (options.isPost) {
-        if (const int code = readBody(options.data, &body); code != kOk) {
-            return code;
-        }
-    }
-    if (const int code = checkRequest(options, body); code != kOk) {
-        return code;
-    }
-    std::string error;
-    const std::unique_ptr<Participant> participant =
-        Participant::create("mqctl-" + std::to_string(::getpid()), {}, &error);
-    if (participant == nullptr) {
-        return fail(kOwnFailure, error);
-    }
-    switch (lookUpParticipant(options.controller)) {
-        case ParticipantState::kLive:
-            break;
-        case ParticipantState::kStale:
-            return fail(kNoParticipant, options.controller + ": nobody listens on its socket (stale)");
-        case ParticipantState::kAbsent:
-            return fail(kNoParticipant, options.controller + ": no such participant");
-    }
-    std::unique_ptr<OutPostcard> request;
-    if (const int code = buildRequest(options, participant->name(), body, &request); code != kOk) {
-        return code;
-    }
-    if (options.verbose) {
-        printRequest(options, participant->name());
-    }
-    const Clock::time_point begin = Clock::now();
-    (void)participant->send(*request);
-    std::unique_ptr<InPostcard> card =
-        waitForReply(*participant, begin + std::chrono::seconds(options.timeoutSec) + kReplyMargin);
-    if (card == nullptr) {
-        return fail(kNoReply, options.controller + ": no reply within " + std::to_string(options.timeoutSec) + " s");
-    }
-    Reply reply = readReply(std::move(card));
-    reply.seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-    if (options.verbose) {
-        printReply(options, reply);
-    }
-    return judge(options, reply);
+void addTransferCommands(CLI::App& app, Session& session) {
+    addTransferCommand(app, session, false, std::make_shared<TransferOptions>());
+    addTransferCommand(app, session, true, std::make_shared<TransferOptions>());
 }
 
 }  // namespace mqctl

@@ -1,23 +1,13 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
+#include <CLI/CLI.hpp>
 
 namespace mqctl {
 
-struct TransferOptions {
-    std::string url;
-    std::string controller;  ///< --to
-    std::string data;        ///< of a POST: the text itself, or @FILE
-    std::string outputFile;  ///< empty: standard output
-    int32_t timeoutSec = 60;
-    bool isPost = false;
-    bool verbose = false;
-    bool force = false;
-};
+class Session;
 
-/// Sends one request to a controller and waits for its reply: the body to standard output or the file, everything else
-/// to standard error. @return an ExitCode
-int runTransfer(const TransferOptions& options);
+/// "get" and "post": one request to a controller; the body to standard output or a file, everything else to standard
+/// error.
+void addTransferCommands(CLI::App& app, Session& session);
 
 }  // namespace mqctl

@@ -1,53 +1,68 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <new>
 
-#include "ExitCode.h"
+#include "CallCommand.h"
+#include "CodecCommand.h"
+#include "HealthCommand.h"
+#include "Help.h"
 #include "ListCommand.h"
+#include "ListenCommand.h"
+#include "LogLines.h"
+#include "OsAgentCommand.h"
+#include "PingCommand.h"
+#include "Session.h"
+#include "SignalCleanup.h"
 #include "TransferCommand.h"
-#include "inet/AgentProtocol.h"
 
 namespace {
 
-CLI::App* addTransferCommand(CLI::App& app, const char* name, const char* description,
-                             mqctl::TransferOptions* options) {
-    CLI::App* command = app.add_subcommand(name, description);
-    command->add_option("URL", options->url, "http or https address")->required();
-    command->add_option("-t,--timeout", options->timeoutSec, "seconds that the agent is granted")
-        ->type_name("SEC")
-        ->capture_default_str();
-    command->add_option("--to", options->controller, "controller to ask")->type_name("NAME")->capture_default_str();
-    command->add_option("-o", options->outputFile, "write the body to FILE")->type_name("FILE");
-    command->add_flag("-v", options->verbose, "show request and reply on stderr");
-    command->add_flag("--force", options->force, "send even what can take the controller out of service");
-    return command;
+void addCommands(CLI::App& app, mqctl::Session& session) {
+    mqctl::addListCommand(app, session);
+    mqctl::addTransferCommands(app, session);
+    mqctl::addCallCommands(app, session);
+    mqctl::addListenCommand(app, session);
+    mqctl::addOsAgentCommand(app, session);
+    mqctl::addPingCommand(app, session);
+    mqctl::addHealthCommands(app, session);
+    mqctl::addCodecCommands(app, session);
+}
+
+int run(mqctl::Session& session) {
+    mqctl::showLogLines(session.options.verbose);
+    return session.command ? session.command() : mqctl::runDefaultList(session);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     (void)std::signal(SIGPIPE, SIG_IGN);  // a reader that left shows as a write error
+    mqctl::SignalCleanup::install();
 
-    CLI::App app("mqctl - ask the internet agent, and look at the message queue", "mqctl");
-    app.set_version_flag("--version", "mqctl " MQCTL_VERSION);
-    app.require_subcommand(0, 1);
-
-    mqctl::TransferOptions options;
-    options.controller = zv_loc_fw::agent_protocol::kCsController;
-    CLI::App* list = app.add_subcommand("list", "the participants of the message queue (the default)");
-    CLI::App* get = addTransferCommand(app, "get", "fetch a URL through the agent", &options);
-    CLI::App* post = addTransferCommand(app, "post", "post a body through the agent", &options);
-    post->add_option("-d,--data", options.data, "the body: DATA, or @FILE for a file's bytes")
-        ->type_name("DATA|@FILE")
-        ->required();
+    mqctl::Session session;
     try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? mqctl::kOk : mqctl::kUsage;
+        CLI::App app("Asks the internet agent, and looks at the message queue.", "mqctl");
+        app.formatter(std::make_shared<mqctl::HelpFormatter>());
+        app.set_version_flag("--version", "mqctl " MQCTL_VERSION);
+        app.require_subcommand(0, 1);
+        addGlobalOptions(app, &session.options);
+        addCommands(app, session);
+        try {
+            app.parse(argc, argv);
+        } catch (const CLI::ParseError& error) {
+            if (error.get_exit_code() == 0) {
+                (void)app.exit(error);  // help and version
+                return session.out.finish(mqctl::kOk);
+            }
+            return session.out.fail(mqctl::kUsage, std::string(error.what()) + " (see \"mqctl --help\")");
+        }
+        return session.out.finish(run(session));
+    } catch (const std::bad_alloc&) {
+        return session.out.fail(mqctl::kOwnFailure, "no memory");
+    } catch (const std::exception& error) {
+        return session.out.fail(mqctl::kOwnFailure, error.what());
     }
-    if (*get || *post) {
-        options.isPost = static_cast<bool>(*post);
-        return mqctl::runTransfer(options);
-    }
-    (void)list;
-    return mqctl::runList();
 }
