@@ -116,9 +116,8 @@ bool Participant::registerName(std::string* error) {
     registration.addString(1, envelope::kFrom, mName.c_str());
     registration.addString(1, envelope::kReq, envelope::kRegister);
     registration.finalize(1);
-    struct stat file {};
     if (registration.result() != 0 || mTransport.send(registration.card()->getEncodedBuffer()) != 0 ||
-        lookUpParticipant(mName) != ParticipantState::kLive || ::lstat(pathOf(mName).c_str(), &file) != 0) {
+        lookUpParticipant(mName) != ParticipantState::kLive) {
         *error = "cannot listen on " + pathOf(mName);
         struct stat directory {};
         if (::stat(envelope::kSocketDirectory, &directory) != 0) {
@@ -126,8 +125,6 @@ bool Participant::registerName(std::string* error) {
         }
         return false;
     }
-    mDevice = file.st_dev;
-    mInode = file.st_ino;
     return true;
 }
 
@@ -138,33 +135,30 @@ bool Participant::addAlias(const std::string& alias, std::string* error) {
     request.addString(1, envelope::kReq, envelope::kAddAlias);
     request.addString(1, envelope::kAlias, alias.c_str());
     request.finalize(1);
-    if (request.result() != 0 || mTransport.send(request.card()->getEncodedBuffer()) != 0 ||
-        !isOwnSocket(pathOf(alias))) {
-        *error = "cannot make " + pathOf(alias) + " an alias of " + mName;
+    const bool built = request.result() == 0;
+    const int result = built ? mTransport.send(request.card()->getEncodedBuffer()) : 0;
+    // A link that was made but not announced is this participant's, too.
+    constexpr int kNotMade = 10;
+    const std::string path = pathOf(alias);
+    struct stat link {};
+    if (built && result != kNotMade && ::lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
+        mLinks.push_back({path, link.st_dev, link.st_ino, link.st_mtim});
+    }
+    if (!built || result != 0) {
+        *error = "cannot make " + path + " an alias of " + mName;
         return false;
     }
     return true;
 }
 
-/// Follows links.
-bool Participant::isOwnSocket(const std::string& path) const {
-    struct stat file {};
-    return mInode != 0 && ::stat(path.c_str(), &file) == 0 && file.st_dev == mDevice && file.st_ino == mInode;
-}
-
-void Participant::removeAlias(const std::string& alias) const {
-    struct stat link {};
-    const std::string path = pathOf(alias);
-    // Somebody else may have taken the alias, or this participant's own name and with it what the link leads to.
-    if (isOwnSocket(path) && ::lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
-        (void)::unlink(path.c_str());
-    }
-}
-
 Participant::~Participant() {
     stop();
-    for (const std::string& alias : mOptions.aliases) {
-        removeAlias(alias);
+    for (const FileIdentity& made : mLinks) {
+        struct stat link {};
+        if (::lstat(made.path.c_str(), &link) == 0 && link.st_dev == made.device && link.st_ino == made.inode &&
+            link.st_mtim.tv_sec == made.made.tv_sec && link.st_mtim.tv_nsec == made.made.tv_nsec) {
+            (void)::unlink(made.path.c_str());
+        }
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <time.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -82,14 +83,20 @@ public:
     void stop();
 
 private:
+    /// Tells a file from one that has taken its place, even if that one got the same inode.
+    struct FileIdentity {
+        std::string path;
+        dev_t device;
+        ino_t inode;
+        timespec made;
+    };
+
     Participant(std::string name, ParticipantOptions options) : mName(std::move(name)), mOptions(std::move(options)) {}
 
     [[nodiscard]] bool checkNames(std::string* error) const;
     bool start(std::string* error);
     bool registerName(std::string* error);
     bool addAlias(const std::string& alias, std::string* error);
-    void removeAlias(const std::string& alias) const;
-    [[nodiscard]] bool isOwnSocket(const std::string& path) const;
     int newMsg(InMemoryStream* stream) override;
     int run() override;
 
@@ -97,9 +104,8 @@ private:
     const ParticipantOptions mOptions;
     MessageQueueClientImpl mTransport;
     std::unique_ptr<ThreadImpl> mThread;
-    /// The socket file that this participant made.
-    dev_t mDevice = 0;
-    ino_t mInode = 0;
+    /// The links that this participant made.
+    std::vector<FileIdentity> mLinks;
 
     std::mutex mMutex;
     std::condition_variable mArrived;

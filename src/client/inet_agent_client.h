@@ -29,16 +29,20 @@
 ///   }
 ///
 /// One Client is one participant of the message queue: it owns the socket file of its name from open() to its
-/// destruction. Many requests may be in flight; replies are matched by their TX-ID. Nothing is ever retried. The library
-/// throws nothing of its own; std::bad_alloc passes through where a body does not fit into memory.
+/// destruction. Many requests may be in flight; replies are matched by their TX-ID. Nothing is ever retried, nothing is
+/// printed unless a message is lost (then one warning in the Android log), no signal is touched. The library throws
+/// nothing of its own; std::bad_alloc passes through on the caller's thread, and ends the process where a reply does
+/// not fit into memory.
 ///
 /// Guide: docs/client.md. Protocol: docs/protocol.md. C++17 and later.
 namespace inet_agent {
 
 #if defined(__GNUC__)
 #define INET_AGENT_API __attribute__((visibility("default")))
+#define INET_AGENT_LOCAL __attribute__((visibility("hidden")))
 #else
 #define INET_AGENT_API
+#define INET_AGENT_LOCAL
 #endif
 
 /// What became of a request. Only `result` carries an HTTP status.
@@ -50,7 +54,8 @@ enum class ReplyKind {
     noReplyInTime,      ///< nothing came from the agent; it may be out of service (docs/troubleshooting.md)
     noSuchParticipant,  ///< there is no socket of the controller's name: the agent is not running; nothing was sent
     staleSocket,        ///< there is one, and nobody listens on it: the agent has died; nothing was sent
-    refused,            ///< not sent, because it would harm the agent or cannot be sent: see text
+    notDelivered,       ///< the controller's socket did not take it (it does not read, or no permission): see text
+    refused,            ///< not sent, because it would harm the agent or could not arrive as it stands: see text
     closed,             ///< the client was destroyed while the request was in flight
 };
 
@@ -61,14 +66,14 @@ INET_AGENT_API const char* toText(ReplyKind kind) noexcept;
 struct Request {
     std::string controller = "inet-agent-cs";    ///< or "inet-agent-tdp-dl"
     std::string method = "GET";                  ///< or "POST"
-    std::string url;                             ///< http or https
+    std::string url;                             ///< http or https; up to 8 000 000 bytes
     std::string body;                            ///< of a POST, not empty; up to 256 MiB less 64 KiB
-    std::optional<std::string> contentType;      ///< of a POST
-    std::optional<std::string> protocolVersion;  ///< of a POST
+    std::optional<std::string> contentType;      ///< of a POST, up to 241 bytes
+    std::optional<std::string> protocolVersion;  ///< of a POST, up to 237 bytes
     std::int32_t timeoutSec = 60;                ///< from the moment the agent receives the request; at least 3
     bool forceNewConnection = false;             ///< use no connection of an earlier request
-    /// Sends even what can take the controller out of service for everybody: another method, an empty URL, a POST
-    /// without a body, a time-out below 3 s. For tests.
+    /// Sends even what can take the controller out of service for everybody: another method, an empty or overlong URL,
+    /// a POST without a body, a time-out below 3 s. For tests.
     bool allowHarmful = false;
     /// How long to wait beyond timeoutSec before giving up on the agent.
     std::chrono::milliseconds patience{2000};
@@ -77,17 +82,17 @@ struct Request {
 struct Reply {
     ReplyKind kind = ReplyKind::closed;
     std::int32_t txId = 0;                      ///< 0 when nothing was sent
-    std::int32_t httpStatus = 0;                ///< result: the HTTP status
+    std::int32_t httpStatus = 0;                ///< result: the HTTP status; 0 when the agent could not tell
     std::string body;                           ///< result: the body, perhaps empty
     std::int32_t bytesReceived = 0;             ///< result and failed transfers: body bytes that had arrived
     std::optional<std::int32_t> retryAfterSec;  ///< of the server's Retry-After header
-    std::string text;                           ///< everything but result: the cause, as it was told or found
-    std::chrono::microseconds elapsed{0};       ///< from sending to the reply, or to giving up
+    std::string text;                      ///< everything but result: the cause, as it was told or found; never empty
+    std::chrono::microseconds elapsed{0};  ///< from sending to the reply, or to giving up
 };
 
 struct Options {
     std::vector<std::string> aliases;  ///< additional names under which the client is reached; gone with it
-    /// Takes a name or an alias even when a live participant listens under it, which then hears nothing any more.
+    /// Takes a name or an alias even from a live participant, which then hears nothing under it any more.
     bool replaceLive = false;
 };
 
@@ -107,21 +112,24 @@ public:
 
     Client(Client&& other) noexcept;
     Client& operator=(Client&& other) noexcept;
-    /// Requests in flight end as `closed`; callbacks have returned when it is done. Not from inside a callback.
+    /// Requests in flight end as `closed`; callbacks have returned when it is done. From inside a callback of this
+    /// client it ends the process.
     ~Client();
 
     const std::string& name() const noexcept;
 
-    /// Sends and waits for the reply, at most timeoutSec and the patience. Not from inside a callback.
+    /// Sends and waits for the reply, at most timeoutSec and the patience. From inside a callback of this client it is
+    /// refused: it would wait for itself.
     Reply call(const Request& request);
     /// Sends and returns. The future always becomes ready.
     std::future<Reply> request(const Request& request);
     /// Sends and returns. The callback is called exactly once: on a thread of the client, or on this one before
-    /// request() returns when nothing was sent. It must not block for long: other replies wait for it.
+    /// request() returns when nothing was sent. It may make further requests. It must not block for long, since other
+    /// replies wait for it, and must not throw. An empty one means that nobody wants the reply.
     void request(const Request& request, Callback callback);
 
 private:
-    class Impl;
+    class INET_AGENT_LOCAL Impl;
     explicit Client(std::unique_ptr<Impl> impl) noexcept;
     std::unique_ptr<Impl> mImpl;
 };
@@ -130,6 +138,9 @@ struct OpenResult {
     std::optional<Client> client;  ///< empty on failure
     std::string error;             ///< why
 };
+
+#undef INET_AGENT_API
+#undef INET_AGENT_LOCAL
 
 }  // namespace inet_agent
 
