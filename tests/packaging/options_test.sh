@@ -59,11 +59,11 @@ for command in $commands; do
     grep -q "'$command:\|\"$command:" "$completions/_mqctl" || complain "zsh: lacks $command"
     grep -q -- "-a $command " "$completions/mqctl.fish" || complain "fish: lacks $command"
     offered mqctl "$command" | grep -qx -- "$command" || complain "bash does not offer $command"
-    own=$(comm -23 <(options "$command") <(echo "$everywhere"))
-    for option in $own; do
+    special=$(comm -23 <(options "$command") <(echo "$everywhere"))
+    for option in $special; do
         check "$command" "$heading" "$option"
     done
-    wanted=$(printf '%s\n' "$own" "$everywhere" | grep -v '^--version$' | sed '/^$/d' | sort -u)
+    wanted=$(printf '%s\n' "$special" "$everywhere" | grep -v '^--version$' | sed '/^$/d' | sort -u)
     found=$(offered mqctl "$command" -)
     if [[ $found != "$wanted" ]]; then
         complain "bash, $command: wanted (<) and offered (>) differ"

@@ -52,6 +52,7 @@ offered=$(
 
 if [[ -e $root/usr/include/inet_agent_client.h ]]; then
     libraries=$(dirname "$(find "$root/usr/lib" -name libinet-agent-client.so)")
+    # shellcheck disable=SC2016  # nothing is to expand
     sed -n '/^#include <inet_agent_client.h>/,/^```/ { /^```/q; p }' \
         "$(dirname -- "$0")/../../docs/client.md" >"$work/fetch.cpp"
     # shellcheck disable=SC2046  # flags are words
