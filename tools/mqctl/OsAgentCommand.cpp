@@ -163,7 +163,6 @@ CLI::Option* addSwitch(CLI::App& app, const char* name, bool* target, const char
             name, [target](const std::string& text) { *target = text == "on"; }, description)
         ->type_name("on|off")
         ->check(CLI::IsMember({"on", "off"}))
-        ->type_name("on|off")
         ->default_str(*target ? "on" : "off");
 }
 
