@@ -75,7 +75,7 @@ private:
     void openWedge(Controller& controller, size_t request, int64_t us);
     void nameReply(Controller& controller, const LogEvent::ErrorReply& reply, int64_t us);
     void discard(Controller& controller, int64_t code, int64_t us);
-    void expire(size_t request, const Controller& controller, const Expiry& expiry);
+    void expire(size_t index, const Controller& controller, const Expiry& expiry);
     void endWalk(Controller& controller, bool complete);
     void settleOlder(Controller& controller, Receiver& receiver, size_t position);
     void settleRest(Controller& controller, bool ended);

@@ -155,8 +155,9 @@ std::string Waterfall::axis(const Panel& panel, double height) const {
     std::string out;
     for (int i = 0; step * i < span * 0.95; ++i) {
         const std::string x = percent(panel.from + step * i, panel.from, panel.to);
-        out += "<line class=\"g\" x1=\"" + x + "%\" x2=\"" + x + "%\" y1=\"0\" y2=\"" + number(height) + "\"/>";
-        out += "<text class=\"a\" x=\"" + x + "%\" dx=\"3\" y=\"13\">" + tick(step * i) + "</text>\n";
+        out.append("<line class=\"g\" x1=\"").append(x).append("%\" x2=\"").append(x);
+        out.append("%\" y1=\"0\" y2=\"").append(number(height)).append("\"/><text class=\"a\" x=\"").append(x);
+        out.append("%\" dx=\"3\" y=\"13\">").append(tick(step * i)).append("</text>\n");
     }
     return out;
 }
