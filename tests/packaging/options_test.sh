@@ -36,7 +36,7 @@ check() {
     local where=$1 heading=$2 option=$3 bare=${3##-} kind
     bare=${bare#-}
     section "$heading" | grep -qE -- "\\*$option\\*" || complain "mqctl(1) lacks $option ($where)"
-    grep -qE -- "['{,*]$option([^a-z-]|\$)" "$completions/_mqctl" || complain "zsh: lacks $option ($where)"
+    grep -qE -- "[\"'{,*]$option([^a-z-]|\$)" "$completions/_mqctl" || complain "zsh: lacks $option ($where)"
     kind=s
     if [[ $option == --* ]]; then
         kind=l
