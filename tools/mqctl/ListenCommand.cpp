@@ -40,6 +40,7 @@ bool matches(const Message& message, const std::string& match) {
     const std::string wanted = match.substr(equals + 1);
     return std::any_of(message.fields.begin(), message.fields.end(), [&](const Field& field) {
         return field.name == name &&
+               // Text counts up to its zero. NOLINTNEXTLINE(readability-redundant-string-cstr)
                (field.type->kind == Kind::kString ? field.value.c_str() : valueToText(field)) == wanted;
     });
 }
