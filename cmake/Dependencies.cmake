@@ -12,4 +12,10 @@ set_target_properties(liblog::liblog PROPERTIES
   INTERFACE_INCLUDE_DIRECTORIES ${LIBLOG_INCLUDE_DIR}
   INTERFACE_SYSTEM_INCLUDE_DIRECTORIES ${LIBLOG_INCLUDE_DIR})
 
+# No loader looks there by itself: what is installed carries the directory along.
+get_filename_component(liblog_directory ${LIBLOG_LIBRARY} DIRECTORY)
+if(NOT liblog_directory IN_LIST CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES)
+  set(CMAKE_INSTALL_RPATH ${liblog_directory})
+endif()
+
 pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)

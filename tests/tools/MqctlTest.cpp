@@ -1,12 +1,7 @@
-#include <sys/wait.h>
-
-#include <cstdlib>
 #include <filesystem>
-#include <thread>
 
-#include "e2e/E2eTest.h"
 #include "support/HttpServer.h"
-#include "support/files.h"
+#include "tools/MqctlFixture.h"
 
 namespace test_support {
 namespace {
@@ -16,39 +11,9 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-class MqctlTest : public E2eTest {
+/// Its agent has the message queue's own log lines on: they must not mix with what mqctl says.
+class MqctlTest : public MqctlFixture {
 protected:
-    /// The platform's own log lines would mix with what mqctl says.
-    MqctlTest() { configure({}, {{"DEBUG_LEVEL", "2"}}); }
-
-    struct Run {
-        int code;
-        std::string out;
-        std::string err;
-    };
-
-    /// Through the shell: the arguments are quoted as one would.
-    Run mqctl(const std::string& arguments) const {
-        const std::string out = mDirectory.file("out");
-        const std::string err = mDirectory.file("err");
-        const int status = std::system((MQCTL_BINARY " " + arguments + " >" + out + " 2>" + err).c_str());
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(out), readFile(err)};
-    }
-    /// Runs it against a participant of the test's, which answers with what is made of the request.
-    Run mqctlAnswered(const std::string& arguments, const std::function<std::vector<Card>(const Card&)>& answer) const {
-        TestClient played("played");
-        std::thread player([&] {
-            const auto request = played.receive();
-            for (const Card& reply : answer(request.value())) {
-                played.send(reply);
-            }
-        });
-        Run run = mqctl(arguments + " --to played");
-        player.join();
-        return run;
-    }
-
-    TempDir mDirectory;
     HttpServer mHttp;
 };
 
@@ -154,32 +119,6 @@ TEST_F(MqctlTest, ErrorReplyAndFailedTransfersHaveTheirExitCodes) {
     const Run forced = mqctl("get " + mHttp.url("/hello") + " -t 1 --force");
     EXPECT_EQ(forced.code, 6);
     EXPECT_THAT(forced.err, HasSubstr(kActiveTimedOut));
-}
-
-TEST_F(MqctlTest, ListShowsWhoIsThere) {
-    leaveStaleSocket("crashed");
-    writeFile(socketPath("file"), "no socket");
-    start();
-    std::filesystem::create_symlink(socketPath(kCs), socketPath("alias"));
-    std::filesystem::create_symlink(socketPath("gone"), socketPath("dangling"));
-    const char* const expected =
-        "NAME               TYPE    STATE\n"
-        "alias              alias   live\n"
-        "crashed            socket  stale\n"
-        "dangling           alias   stale\n"
-        "inet-agent-cs      socket  live\n"
-        "inet-agent-tdp-dl  socket  live\n";
-    for (const char* arguments : {"list", ""}) {
-        const Run run = mqctl(arguments);
-        EXPECT_EQ(run.code, 0) << run.err;
-        EXPECT_EQ(run.out, expected);
-    }
-    std::filesystem::remove_all(device_files::kSocketDirectory);
-    EXPECT_EQ(mqctl("list").code, 1);
-    EXPECT_EQ(mqctl("get --help").code, 0);
-    const Run version = mqctl("--version");
-    EXPECT_EQ(version.code, 0);
-    EXPECT_THAT(version.out, StartsWith("mqctl 0."));
 }
 
 }  // namespace

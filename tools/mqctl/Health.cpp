@@ -182,6 +182,7 @@ void askWorkers(Session& session, Participant& participant, const Health::Settin
 std::vector<Finding> Health::look(Session& session, Participant& participant, const std::vector<std::string>& names,
                                   const Settings& settings) {
     std::vector<Finding> findings;
+    findings.reserve(names.size());
     for (const std::string& name : names) {
         findings.push_back({name, State::kAbsent, "", {}, {}});
     }

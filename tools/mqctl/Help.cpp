@@ -53,7 +53,9 @@ std::string HelpFormatter::make_option(const CLI::Option* option, bool is_positi
         for (const std::string& name : option->get_lnames()) {
             left += (left.empty() ? "--" : ", --") + name;
         }
-        const std::string type = option->get_type_name();
+        // What a check adds to it behind a colon says nothing that the description does not.
+        const std::string whole_type = option->get_type_name();
+        const std::string type = whole_type.substr(0, whole_type.find(':'));
         if (!type.empty()) {
             // A flag that may have a value takes it behind "=" alone.
             left += option->get_expected_min() == 0 ? "[=" + type + "]" : " " + type;

@@ -9,6 +9,7 @@
 #include <string>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "Session.h"
@@ -62,15 +63,19 @@ Entry entryOf(const fs::path& path, bool alias, const SocketOwners& owners) {
 }
 
 std::error_code look(Entries* entries) {
-    const SocketOwners owners;
+    std::vector<std::pair<fs::path, bool>> found;
     std::error_code error;
-    entries->clear();
     for (fs::directory_iterator it(envelope::kSocketDirectory, error), end; !error && it != end; it.increment(error)) {
         std::error_code gone;
         const bool alias = it->is_symlink(gone);
         if (alias || it->is_socket(gone)) {
-            entries->push_back(entryOf(it->path(), alias, owners));
+            found.emplace_back(it->path(), alias);
         }
+    }
+    const SocketOwners owners;  // after the files, so that each has its owner
+    entries->clear();
+    for (const auto& [path, alias] : found) {
+        entries->push_back(entryOf(path, alias, owners));
     }
     std::sort(entries->begin(), entries->end(), [](const Entry& a, const Entry& b) { return a.name < b.name; });
     return error;

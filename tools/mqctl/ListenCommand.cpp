@@ -25,7 +25,7 @@ constexpr std::chrono::hours kForEver{100000};
 constexpr size_t kDamagedBytes = 64;
 
 struct ListenOptions {
-    std::string name;
+    std::optional<std::string> name;
     std::vector<std::string> aliases;
     std::vector<std::string> matches;
     std::string directory;  ///< of --save
@@ -40,6 +40,7 @@ bool matches(const Message& message, const std::string& match) {
     const std::string wanted = match.substr(equals + 1);
     return std::any_of(message.fields.begin(), message.fields.end(), [&](const Field& field) {
         return field.name == name &&
+               // Text counts up to its zero. NOLINTNEXTLINE(readability-redundant-string-cstr)
                (field.type->kind == Kind::kString ? field.value.c_str() : valueToText(field)) == wanted;
     });
 }
@@ -94,7 +95,7 @@ int run(Session& session, const ListenOptions& options) {
     wanted.aliases = options.aliases;
     wanted.keepAnnouncements = options.announcements;
     int code = kOk;
-    const std::string name = options.name.empty() ? session.options.from : options.name;
+    const std::string name = options.name.value_or(session.options.from);
     const std::unique_ptr<Participant> participant = session.join(name, wanted, &code);
     if (participant == nullptr) {
         return code;

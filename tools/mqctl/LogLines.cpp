@@ -30,6 +30,7 @@ std::string lastLogLine() {
 }  // namespace mqctl
 
 /// Takes precedence over the log library's: no line of this process goes anywhere but here.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): liblog's names are its own
 extern "C" int __android_log_print(int /*priority*/, const char* tag, const char* format, ...) {
     char line[1024];
     va_list args;

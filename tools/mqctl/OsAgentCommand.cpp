@@ -84,12 +84,11 @@ private:
             char part[256];
             const ssize_t count = ::read(STDIN_FILENO, part, sizeof(part));
             if (count <= 0) {
-                mQuit = true;  // the end of input is the end of the play
-                mLine += '\n';
+                mLine += "\nquit\n";  // the end of input is the end of the play
             } else {
                 mLine.append(part, static_cast<size_t>(count));
             }
-            for (size_t end = mLine.find('\n'); end != std::string::npos; end = mLine.find('\n')) {
+            for (size_t end = mLine.find('\n'); end != std::string::npos && !mQuit; end = mLine.find('\n')) {
                 obey(mLine.substr(0, end));
                 mLine.erase(0, end + 1);
             }
@@ -164,7 +163,6 @@ CLI::Option* addSwitch(CLI::App& app, const char* name, bool* target, const char
             name, [target](const std::string& text) { *target = text == "on"; }, description)
         ->type_name("on|off")
         ->check(CLI::IsMember({"on", "off"}))
-        ->type_name("on|off")
         ->default_str(*target ? "on" : "off");
 }
 

@@ -17,7 +17,7 @@ namespace {
 using namespace zv_loc_fw;
 
 struct PingOptions {
-    std::string name;
+    std::optional<std::string> name;
     int count = 1;
     std::optional<Duration> interval;
 };
@@ -25,7 +25,7 @@ struct PingOptions {
 class Ping {
 public:
     Ping(Session& session, const PingOptions& options)
-        : mSession(session), mOptions(options), mName(options.name.empty() ? session.options.to : options.name) {}
+        : mSession(session), mOptions(options), mName(options.name.value_or(session.options.to)) {}
 
     int run() {
         int code = kOk;

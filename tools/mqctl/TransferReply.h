@@ -13,8 +13,8 @@ namespace mqctl {
 struct TransferReply {
     enum class Kind : uint8_t { kResult, kErrorReply, kTransferFailed, kTransferTimedOut };
 
-    /// @param message stays where it is for as long as the reply is used
-    TransferReply(const Message& message, std::chrono::duration<double> elapsed);
+    /// @param reply stays where it is for as long as the reply is used
+    TransferReply(const Message& reply, std::chrono::duration<double> time);
 
     const Message& message;
     Kind kind = Kind::kResult;

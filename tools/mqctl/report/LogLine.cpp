@@ -186,6 +186,10 @@ std::optional<LogLine> readJournal(std::string_view raw) {
         (!numberOf(entry, "_SOURCE_REALTIME_TIMESTAMP", &time) && !numberOf(entry, "__REALTIME_TIMESTAMP", &time))) {
         return std::nullopt;
     }
+    constexpr int64_t kYear5000 = 95617584000000000;  // so that no difference of times overflows
+    if (time < 0 || time > kYear5000) {
+        return std::nullopt;
+    }
     const std::string text = bytesOf(*message);
     std::optional<LogLine> line = readPlain(text);
     if (!line) {

@@ -296,12 +296,15 @@ void RunAssembler::takeProcess(const LogEvent& event, const LogLine& line) {
     }
     // A reply goes out on the controller's own thread, right after the lines that say what it is.
     constexpr int64_t kSoonUs = 2000000;
+    constexpr size_t kRecent = 1000;  // a log of nothing but these must not take for ever
     const Controller* controller = controllerOfThread(line.tid);
     if (controller == nullptr) {
         return;
     }
     const std::string client = event.text.substr(event.text.rfind('/') + 1);
-    for (auto request = mRequests.rbegin(); request != mRequests.rend(); ++request) {
+    size_t looked_at = 0;
+    for (auto request = mRequests.rbegin(); request != mRequests.rend() && looked_at < kRecent;
+         ++request, ++looked_at) {
         if (request->controller == controller->name && request->client == client && request->endedUs) {
             request->replyDropped = line.timeUs - *request->endedUs <= kSoonUs;
             return;

@@ -156,9 +156,8 @@ std::string Waterfall::axis(const Panel& panel, double height) const {
     for (int i = 0; step * i < span * 0.95; ++i) {
         const std::string x = percent(panel.from + step * i, panel.from, panel.to);
         out.append("<line class=\"g\" x1=\"").append(x).append("%\" x2=\"").append(x);
-        out.append("%\" y1=\"0\" y2=\"").append(number(height)).append("\"/>");
-        out.append("<text class=\"a\" x=\"").append(x).append("%\" dx=\"3\" y=\"13\">");
-        out.append(tick(step * i)).append("</text>\n");
+        out.append("%\" y1=\"0\" y2=\"").append(number(height)).append("\"/><text class=\"a\" x=\"").append(x);
+        out.append("%\" dx=\"3\" y=\"13\">").append(tick(step * i)).append("</text>\n");
     }
     return out;
 }

@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# installed_test.sh BUILD_DIRECTORY CMAKE: installs agent and tool into a scratch root and uses them there. To be run in a
+# device's view of its own.
+set -euo pipefail
+build=$1 cmake=$2
+here=$(cd -P -- "$(dirname -- "$0")" && pwd)
+root=$(mktemp -d /tmp/installed.XXXXXX)
+trap 'rm -rf "$root"' EXIT
+for component in Agent Tool; do
+    "$cmake" --install "$build" --prefix "$root/usr" --component "$component" >"$root/install.log"
+done
+"$here/scratch_root_test.sh" "$root"
