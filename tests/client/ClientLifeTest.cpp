@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <thread>
 
 #include "client/ClientTest.h"
 
@@ -161,6 +162,10 @@ TEST_F(ClientLifeTest, EndLeavesNothingBehind) {
             EXPECT_THAT(reply.text, Not(IsEmpty()));
         }
         while (controller.receive(100ms).has_value()) {
+        }
+        // A joined thread can still be listed for a moment.
+        for (int wait = 0; wait < 3000 && counts() != before; ++wait) {
+            std::this_thread::sleep_for(10ms);
         }
         EXPECT_EQ(counts(), before);
     }

@@ -37,6 +37,7 @@ public:
     AgentProcess(const AgentProcess&) = delete;
     AgentProcess& operator=(const AgentProcess&) = delete;
 
+    [[nodiscard]] pid_t pid() const { return mPid; }
     void signal(int number);
     /// Waits for its end; nothing after `seconds`. May be asked again.
     [[nodiscard]] std::optional<ProcessEnd> wait(int seconds = 30);

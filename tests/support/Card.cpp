@@ -43,6 +43,7 @@ public:
     std::string value(Type type) {
         switch (type) {
             case Type::Int64:
+            case Type::Double:
                 return take(8);
             case Type::Int32:
                 return take(4);

@@ -10,7 +10,16 @@
 namespace test_support {
 
 /// Type codes of fields on the wire, as far as messages of the agent have them.
-enum class Type : uint16_t { Card = 1, Int64 = 10, Int32 = 12, Bool = 18, String = 19, Blob = 20, ArrayInt32 = 32 };
+enum class Type : uint16_t {
+    Card = 1,
+    Int64 = 10,
+    Int32 = 12,
+    Bool = 18,
+    String = 19,
+    Blob = 20,
+    Double = 21,
+    ArrayInt32 = 32,
+};
 
 struct Field {
     std::string name;

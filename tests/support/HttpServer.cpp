@@ -221,4 +221,11 @@ std::vector<SeenRequest> HttpServer::requests() const {
     return mImpl->seen;
 }
 
+bool HttpServer::waitForRequests(size_t count) const {
+    for (int wait = 0; wait < 3000 && requestCount() < count; ++wait) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return requestCount() >= count;
+}
+
 }  // namespace test_support

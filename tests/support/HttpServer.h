@@ -52,6 +52,8 @@ public:
     [[nodiscard]] std::string url(const std::string& path, const std::string& host = "127.0.0.1") const;
     [[nodiscard]] std::vector<SeenRequest> requests() const;
     [[nodiscard]] size_t requestCount() const { return requests().size(); }
+    /// Waits until that many requests were seen; false after 30 seconds.
+    [[nodiscard]] bool waitForRequests(size_t count) const;
 
 private:
     struct Impl;
