@@ -15,6 +15,7 @@
 #include "support/LogCapture.h"
 #include "support/RawServer.h"
 #include "transfer/Messages.h"
+#include "transfer/TransferSettings.h"
 #include "transfer/WorkerCommand.h"
 
 namespace transfer_test {
@@ -110,7 +111,7 @@ protected:
     test_support::HttpServer server;
 };
 
-TEST_F(CurlPerformerTest, RejectedRequestsLeaveACodeAndNoResult) {
+TEST_F(CurlPerformerTest, RejectedRequestsLeaveACodeAndNoResultUnlessAskedFor) {
     const std::string url = server.url("/hello");
     const Card a_get = get(url);
     const Card a_post = post(url, "body");
@@ -152,6 +153,26 @@ TEST_F(CurlPerformerTest, RejectedRequestsLeaveACodeAndNoResult) {
         EXPECT_EQ(log.contains("[worker] ignoring unknown request "), test.code == 6 && test.what[0] != 'n');
         EXPECT_EQ(log.contains("[worker] perform: already timed out"), test.code == 27);
         EXPECT_TRUE(results.empty()) << test.what;
+
+        transferSettings().replyToRejected = true;
+        push(messageOf(test.bytes));
+        run();
+        transferSettings().replyToRejected = false;
+        EXPECT_TRUE(log.contains("[worker] perform failed " + std::to_string(test.code))) << test.what;
+        const auto card = messageOf(test.bytes);
+        const char* req = nullptr;
+        int32_t tx_id = 0;
+        const bool answerable =
+            test.code != 5 && card->card()->getString("REQ", &req) == 0 && card->card()->getInt32("TX-ID", tx_id) == 0;
+        EXPECT_EQ(answerable, test.code != 5 && test.code != 7 && test.code != 8) << test.what;
+        ASSERT_EQ(results.size(), answerable ? 1U : 0U) << test.what;
+        if (answerable) {
+            EXPECT_EQ(results.front().describe(), std::string("FROM agent | TO client | TX-ID 7 | RESP ") + req +
+                                                      " | CURL-TIMEOUT false | CURL-ERROR request rejected " +
+                                                      std::to_string(test.code) + " | HTTP-RESP-DATA-SIZE 0");
+        } else {
+            EXPECT_TRUE(log.contains("[agent] notifyHttpResult failed 2")) << test.what;
+        }
     }
     EXPECT_EQ(server.requestCount(), 0U);
     EXPECT_EQ(CurlPerformer::curl_data_handler(nullptr, 1, 5, nullptr), 0U);
