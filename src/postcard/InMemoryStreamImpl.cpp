@@ -77,13 +77,12 @@ InMemoryStream* InMemoryStreamImpl::clone() const {
         return nullptr;
     }
     if (mBuffer != nullptr) {
-        std::unique_ptr<char[]> bytes(new (std::nothrow) char[mCapacity]);
-        if (bytes == nullptr) {
+        copy->mOwned.reset(new (std::nothrow) char[mCapacity]);
+        if (copy->mOwned == nullptr) {
             return nullptr;
         }
-        std::memcpy(bytes.get(), mBuffer, mCapacity);
-        copy->mBuffer = bytes.get();
-        copy->mOwned = std::move(bytes);
+        std::memcpy(copy->mOwned.get(), mBuffer, mCapacity);
+        copy->mBuffer = copy->mOwned.get();
     }
     copy->mGetCursor = mGetCursor;
     copy->mCapacity = mCapacity;
