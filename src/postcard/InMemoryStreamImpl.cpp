@@ -77,12 +77,13 @@ InMemoryStream* InMemoryStreamImpl::clone() const {
         return nullptr;
     }
     if (mBuffer != nullptr) {
-        copy->mOwned.reset(new (std::nothrow) char[mCapacity]);
-        if (copy->mOwned == nullptr) {
+        auto* const bytes = new (std::nothrow) char[mCapacity];
+        if (bytes == nullptr) {
             return nullptr;
         }
-        std::memcpy(copy->mOwned.get(), mBuffer, mCapacity);
-        copy->mBuffer = copy->mOwned.get();
+        std::memcpy(bytes, mBuffer, mCapacity);
+        copy->mOwned.reset(bytes);
+        copy->mBuffer = bytes;
     }
     copy->mGetCursor = mGetCursor;
     copy->mCapacity = mCapacity;
