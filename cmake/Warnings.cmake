@@ -5,9 +5,16 @@ target_compile_options(agent_options INTERFACE
   $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
 # A name that is unique in a whole process cannot be made local, and the client library's are none of its program's.
 target_compile_options(agent_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+# Hardening; tests/packaging/hardening_test.sh looks for it in the programs. Some compilers define the fortification already.
 if(NOT INET_AGENT_SANITIZE)
-  target_compile_options(agent_options INTERFACE $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
+  target_compile_options(agent_options INTERFACE
+    $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
 endif()
-target_link_options(agent_options INTERFACE -Wl,-z,relro,-z,now,--as-needed)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
+  target_compile_options(agent_options INTERFACE -fstack-clash-protection -fcf-protection)
+elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
+  target_compile_options(agent_options INTERFACE -mbranch-protection=standard)
+endif()
+target_link_options(agent_options INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack,--as-needed)
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)

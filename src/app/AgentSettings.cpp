@@ -1,5 +1,6 @@
 #include "app/AgentSettings.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -102,7 +103,10 @@ void AgentSettings::prepareTrace() {
     if (settings.verboseFile == nullptr) {
         const int error = errno;
         log_error("InetAgentService-Static", "fopen retval = %d, error: %s", error, std::strerror(error));
+        return;
     }
+    (void)::fchmod(::fileno(settings.verboseFile),
+                   S_IRUSR | S_IWUSR);  // one of an earlier run keeps its mode otherwise
 }
 
 void AgentSettings::release() {

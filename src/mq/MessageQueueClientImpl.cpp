@@ -5,8 +5,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -40,6 +42,21 @@ bool namesParticipant(const char* name) {
 /// Follows links: an alias whose participant has gone does not exist.
 bool fileExists(const char* path) {
     return ::access(path, F_OK) == 0;
+}
+
+/// An alias is a link to a socket of the same directory; one to a socket elsewhere would lend its maker the agent's rights.
+bool leadsOutside(const char* path) {
+    struct stat file {};
+    if (::lstat(path, &file) != 0 || !S_ISLNK(file.st_mode)) {
+        return false;
+    }
+    char directory[PATH_MAX];
+    char target[PATH_MAX];
+    if (::realpath(envelope::kSocketDirectory, directory) == nullptr || ::realpath(path, target) == nullptr) {
+        return true;
+    }
+    const size_t length = std::strlen(directory);
+    return std::strncmp(target, directory, length) != 0 || std::strrchr(target, '/') != target + length;
 }
 
 /// Reads a text that must be there. @return 0; `missing` or `null` otherwise
@@ -237,6 +254,10 @@ void MessageQueueClientImpl::sendMessage(const char* name, const MemoryStreamBas
         if (entry != mIpcSendersMap.end()) {
             mIpcSendersMap.erase(entry);
         }
+        return;
+    }
+    if (leadsOutside(path)) {
+        MODULE_LOG_WARNING(moduleLog, "%s leads out of the socket directory, message dropped", path);
         return;
     }
     if (entry == mIpcSendersMap.end()) {

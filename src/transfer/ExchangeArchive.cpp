@@ -1,5 +1,7 @@
 #include "transfer/ExchangeArchive.h"
 
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <cstring>
 
@@ -43,6 +45,7 @@ int save(const char* kind, const char* client, int32_t tx_id, const void* data, 
     if (file == nullptr) {
         return -5;
     }
+    (void)::fchmod(::fileno(file), S_IRUSR | S_IWUSR);  // a file that lay there keeps its own mode otherwise
     const size_t written = std::fwrite(data, 1, size, file);
     const bool closed = std::fclose(file) == 0;  // a full disk may only show here
     return written == size && closed ? 0 : -6;

@@ -84,6 +84,15 @@ TEST_F(EnvelopeTest, ClientIsReachedAfterARestartAndByAnAlias) {
     }
     std::filesystem::create_symlink(socketPath("client"), socketPath("alias"));
     expectCard(mClient.exchange(getFrom("alias")), result(getFrom("alias"), 200, "hello\n"));
+    // Links that lead nowhere harm nobody else.
+    const char* const targets[] = {"/nowhere",     "astray-2", "../mq/../../..",
+                                   "/etc/passwd/", "client/",  "/proc/self/fd/0"};
+    for (size_t i = 0; i < std::size(targets); ++i) {
+        const std::string name = "astray-" + std::to_string(i);
+        std::filesystem::create_symlink(targets[i], socketPath(name));
+        mClient.send(getFrom(name));
+    }
+    expectCard(mClient.exchange(getFrom("alias")), result(getFrom("alias"), 200, "hello\n"));
 }
 
 }  // namespace

@@ -42,16 +42,21 @@ TEST_F(FilesTest, TraceIsAppendedWhenAskedForAndRemovedOtherwise) {
     }
 }
 
+mode_t rightsOf(const std::string& path) {
+    struct stat file {};
+    EXPECT_EQ(stat(path.c_str(), &file), 0) << path;
+    return file.st_mode & 0777;
+}
+
 TEST_F(FilesTest, TraceIsTheOwnersAloneAndItsDirectoryGetsNoSeparator) {
     configure({{"CAIRN_CURL_VERBOSE_ENABLED", "0x1"}, {"CAIRN_AP_ROOT_DIR", "\"/data/x \""}});
     start();
-    struct stat file {};
-    ASSERT_EQ(stat("/data/x curl_verbose.log", &file), 0);
-    EXPECT_EQ(file.st_mode & 0777, 0600U);
+    EXPECT_EQ(rightsOf("/data/x curl_verbose.log"), 0600U);
 }
 
 TEST_F(FilesTest, ArchiveKeepsBodiesOfTheChosenClients) {
     configure({{"ENABLE_SAVE_SERVER_REQ_AND_RESP_MASK", "6"}});
+    writeFile(mRoot + "APIC_req_7.bin", "of an earlier run, for everybody to read");
     start();
     for (const char* client : {"Marlow-PE", "KV-CS", "APIC", "KV-CS2"}) {
         expectPosted(client);
@@ -60,6 +65,7 @@ TEST_F(FilesTest, ArchiveKeepsBodiesOfTheChosenClients) {
             const std::string path = mRoot + client + kind;
             ASSERT_EQ(std::filesystem::exists(path), chosen) << path;
             EXPECT_TRUE(!chosen || readFile(path) == std::string("body of ") + client) << path;
+            EXPECT_TRUE(!chosen || rightsOf(path) == 0600U) << path;
         }
     }
 }

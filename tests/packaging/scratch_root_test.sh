@@ -33,6 +33,9 @@ for ((turn = 0; turn < 300; turn++)); do
     [[ $("$bin/mqctl" list --names) == $'inet-agent-cs\ninet-agent-tdp-dl' ]] && break
     sleep 0.1
 done
+if [[ -e /vendor/etc/seccomp_policy/gnss@2.0-base.policy ]]; then
+    grep -q $'^Seccomp:\t2$' "/proc/$agent/status" || fail "the agent is not confined"
+fi
 
 # The agent's own refusal: the request went there and the reply came back.
 status=0

@@ -7,6 +7,9 @@
 #include <map>
 #include <string>
 
+#include "platform/workstation/SeccompFilter.h"
+#include "support/files.h"
+
 namespace platform {
 namespace {
 
@@ -60,6 +63,25 @@ TEST(SeccompPolicy, UnderstoodLinesBecomeRules) {
         ASSERT_EQ(policy.rules().size(), 1U) << each.content;
         EXPECT_EQ(policy.rules().begin()->first, SYS_ioctl);
         EXPECT_EQ(describe(policy.rules().begin()->second), each.rule) << each.content;
+    }
+}
+
+TEST(SeccompPolicy, ShippedPoliciesFitTheirArchitectures) {
+    const struct {
+        const char* name;
+        SeccompArchitecture architecture;
+        /// Calls that the other one has not, or numbers otherwise.
+        int poll, openat;
+    } cases[] = {{"x86_64", AUDIT_ARCH_X86_64, 7, 257}, {"arm64", AUDIT_ARCH_AARCH64, -1, 56}};
+    for (const auto& each : cases) {
+        const std::string path = std::string(SHIPPED_POLICIES) + "/inet-agent." + each.name + ".policy";
+        SeccompPolicy policy([](const std::string&, std::string&) { return false; }, each.architecture);
+        ASSERT_TRUE(policy.parse(path, test_support::readFile(path))) << policy.error();
+        EXPECT_EQ(policy.rules().count(each.poll), each.poll < 0 ? 0U : 1U) << path;
+        EXPECT_EQ(describe(policy.rules().at(each.openat)), "1 else 0") << path;
+        const std::vector<sock_filter> filter = makeSeccompFilter(policy.rules(), each.architecture);
+        ASSERT_GT(filter.size(), policy.rules().size()) << path;
+        EXPECT_EQ(filter[1].k, each.architecture) << path;
     }
 }
 

@@ -26,9 +26,10 @@ TEST_F(MqctlExitTest, Is0WithAnyHttpStatusAndForReaderThatLeft) {
     EXPECT_EQ(missing.out, "status 404\n");
     // The pipe's reader takes one byte of half a million and goes.
     const std::string status = mDirectory.file("status");
-    (void)std::system(("(" + std::string(mqctlPath()) + " get " + mHttp.url("/bytes/500000") + " 2>" +
-                       mDirectory.file("err") + "; echo $? >" + status + ") | head -c 1 >/dev/null")
-                          .c_str());
+    EXPECT_EQ(std::system(("(" + std::string(mqctlPath()) + " get " + mHttp.url("/bytes/500000") + " 2>" +
+                           mDirectory.file("err") + "; echo $? >" + status + ") | head -c 1 >/dev/null")
+                              .c_str()),
+              0);
     EXPECT_EQ(readFile(status), "0\n") << readFile(mDirectory.file("err"));
     EXPECT_THAT(readFile(mDirectory.file("err")), IsEmpty());
 }

@@ -1,6 +1,5 @@
 #include "platform/workstation/SeccompFilter.h"
 
-#include <linux/audit.h>
 #include <linux/seccomp.h>
 
 #include <bit>
@@ -10,13 +9,6 @@ namespace platform {
 
 namespace {
 
-#if defined(__x86_64__)
-constexpr uint32_t kArchitecture = AUDIT_ARCH_X86_64;
-#elif defined(__aarch64__)
-constexpr uint32_t kArchitecture = AUDIT_ARCH_AARCH64;
-#else
-#error "No seccomp architecture known for this processor"
-#endif
 // The halves of an argument are found by this.
 static_assert(std::endian::native == std::endian::little);
 
@@ -119,10 +111,10 @@ Program makeRule(const SeccompRule& rule) {
 
 }  // namespace
 
-std::vector<sock_filter> makeSeccompFilter(const SeccompPolicy::Rules& rules) {
+std::vector<sock_filter> makeSeccompFilter(const SeccompPolicy::Rules& rules, SeccompArchitecture architecture) {
     Program program;
     addLoad(program, offsetof(seccomp_data, arch));
-    addJump(program, BPF_JEQ, kArchitecture, 1, 0);
+    addJump(program, BPF_JEQ, architecture, 1, 0);
     addReturn(program, SECCOMP_RET_KILL_PROCESS);
     addLoad(program, offsetof(seccomp_data, nr));
     for (const auto& [call, rule] : rules) {

@@ -72,10 +72,10 @@ bool SeccompPolicy::parseLine(const std::string& file, std::string_view line, st
         return false;
     }
     const std::string name(trim(line.substr(0, colon)));
-    // Negative numbers are the library's own: calls of other machines that this one has not.
-    const int call = seccomp_syscall_resolve_name(name.c_str());
+    // The library names architectures as the kernel does. Negative numbers are its own: calls that this one has not.
+    const int call = seccomp_syscall_resolve_name_arch(mArchitecture, name.c_str());
     if (call < 0) {
-        reason = "\"" + name + "\" is no system call of this machine";
+        reason = "\"" + name + "\" is no system call of this architecture";
         return false;
     }
     SeccompRule rule;

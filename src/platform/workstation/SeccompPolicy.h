@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/workstation/SeccompArchitecture.h"
+
 namespace platform {
 
 enum class SeccompOperator {
@@ -61,7 +63,9 @@ public:
     static constexpr size_t kMaxAlternatives = 256;
     static constexpr int kMaxIncludes = 64;
 
-    explicit SeccompPolicy(ReadFile read_file) : mReadFile(std::move(read_file)) {}
+    /// @param architecture whose numbers the calls get; the values of arguments are always this machine's
+    explicit SeccompPolicy(ReadFile read_file, SeccompArchitecture architecture = kSeccompNative)
+        : mReadFile(std::move(read_file)), mArchitecture(architecture) {}
 
     /// Adds a policy's lines to the rules. Any number of times, until one fails.
     /// @param file its name, for messages and for includes
@@ -78,6 +82,7 @@ private:
     bool include(const std::string& file, std::string_view path, std::string& reason);
 
     const ReadFile mReadFile;
+    const SeccompArchitecture mArchitecture;
     Rules mRules;
     std::string mError;
     int mIncludes = 0;
