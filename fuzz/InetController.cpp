@@ -1,0 +1,153 @@
+// A whole controller, through its socket: its three threads, its job queue, its worker with a stand-in for the network.
+// Needs a device's directories.
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "inet/CsReqController.h"
+#include "support/Card.h"
+#include "support/Input.h"
+#include "support/StandInTransfer.h"
+
+namespace {
+
+using namespace zv_loc_fw;
+using test_support::Card;
+
+/// Fewer than the kernel queues for the client, which reads only in the end.
+constexpr size_t kMaxMessages = 6;
+constexpr size_t kLargestReply = size_t{256} * 1024;
+constexpr int32_t kLastTxId = 0x5EEDED;
+constexpr auto kPatience = std::chrono::seconds(20);
+constexpr const char* kAgent = "inet-agent-cs";
+
+sockaddr_un addressOf(const std::string& name) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    const std::string path = "/dev/socket/location/mq/" + name;
+    std::memcpy(address.sun_path, path.data(), path.size());
+    return address;
+}
+
+/// The participant "client", for the life of the process.
+class Client {
+public:
+    Client() : mSocket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        const sockaddr_un address = addressOf("client");
+        (void)unlink(address.sun_path);
+        if (bind(mSocket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+            (void)std::fprintf(stderr, "no socket directory: run it with script/device --temp\n");
+            std::exit(1);
+        }
+    }
+
+    void send(std::string_view message) const {
+        const sockaddr_un address = addressOf(kAgent);
+        (void)sendto(mSocket, message.data(), message.size(), 0, reinterpret_cast<const sockaddr*>(&address),
+                     sizeof(address));
+    }
+
+    /// @return nothing when none has come within that time; a message in a descriptor counts, but is not looked at
+    std::optional<std::string> receive(int timeout_ms) const {
+        pollfd waited = {mSocket, POLLIN, 0};
+        if (poll(&waited, 1, timeout_ms) <= 0) {
+            return std::nullopt;
+        }
+        std::string message(kLargestReply, '\0');
+        const ssize_t length = recv(mSocket, message.data(), message.size(), MSG_DONTWAIT);
+        message.resize(length > 0 ? static_cast<size_t>(length) : 0);
+        return message;
+    }
+
+private:
+    const int mSocket;
+};
+
+Client& client() {
+    static Client instance;
+    return instance;
+}
+
+std::string lastRequest() {
+    Card request;
+    request.string("TO", kAgent).string("FROM", "client").string("REQ", "GET").int32("TX-ID", kLastTxId);
+    return request.string("URL", "http://localhost/").int32("TIMEOUT-SEC", 1000).encode();
+}
+
+/// A stranger's result card is passed on as it is; all others are the agent's own work.
+void checkReply(const std::string& message, bool forged) {
+    if (forged || message.size() <= 1) {
+        return;
+    }
+    const std::optional<Card> reply = Card::decode(message);
+    FUZZ_CHECK(reply.has_value());
+    const std::vector<std::string> names = reply->names();
+    if (reply->has("INFO")) {
+        return;  // a controller's own announcement
+    }
+    FUZZ_CHECK(names.size() >= 6 && names[0] == "FROM" && names[1] == "TO" && names[2] == "TX-ID" &&
+               names[3] == "RESP");
+    FUZZ_CHECK(reply->has("HTTP-RESP-CODE") || reply->has("CURL-ERROR"));
+}
+
+/// Until the answer to the last request, which a controller gives unless a rejected request has put it out of service.
+void receiveReplies(size_t requests, bool forged) {
+    const auto limit = std::chrono::steady_clock::now() + kPatience;
+    size_t replies = 0;
+    while (fuzz::countedLogLines() == 0) {
+        FUZZ_CHECK(std::chrono::steady_clock::now() < limit);
+        const std::optional<std::string> message = client().receive(1);
+        if (!message.has_value()) {
+            continue;
+        }
+        checkReply(*message, forged);
+        const std::optional<Card> card = Card::decode(*message);
+        if (!card.has_value() || !card->has("INFO")) {
+            FUZZ_CHECK(++replies <= requests);
+        }
+        if (message->size() <= 1 || (card.has_value() && card->getInt32("TX-ID") == kLastTxId)) {
+            return;
+        }
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+    fuzz::quietLog(5);
+    (void)client();
+    return 0;
+}
+
+/// The input is what the network does, and a row of datagrams, each behind its length in two bytes.
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const bool forged =
+        std::string_view(reinterpret_cast<const char*>(data), size).find("HTTP-RESULT") != std::string_view::npos;
+    fuzz::Input input(data, size);
+    fuzz::StandInTransfer::setScript(std::string(input.piece()));
+    while (client().receive(0).has_value()) {
+    }
+    fuzz::countLogLines("perform failed");
+    size_t requests = 1;
+    {
+        CsReqController controller("agent", kAgent);
+        FUZZ_CHECK(controller.init() == 0 && controller.launch() == 0);
+        for (; requests <= kMaxMessages && !input.empty(); ++requests) {
+            client().send(input.piece());
+        }
+        client().send(lastRequest());
+        receiveReplies(requests, forged);
+        FUZZ_CHECK(controller.kill() == 0 && controller.join() == 0);
+    }
+    FUZZ_CHECK(access(addressOf(kAgent).sun_path, F_OK) != 0);
+    return 0;
+}
