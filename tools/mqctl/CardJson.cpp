@@ -217,7 +217,8 @@ private:
 
     static std::string badValue(const Json& value, const FieldType& type) {
         const std::string element = std::string(type.name).substr(0, std::string_view(type.name).find('['));
-        return value.dump() + " is no " + element;
+        // An array in arrays may be deeper than dump(), which calls itself for each level, can go.
+        return (value.is_structured() ? std::string("an ") + value.type_name() : value.dump()) + " is no " + element;
     }
 
     bool fail(const std::string& path, const std::string& reason) {
