@@ -1,5 +1,5 @@
-// A whole controller, through its socket: its three threads, its job queue, its worker with a stand-in for the network.
-// Needs a device's directories.
+// A whole controller, through its socket: its three threads, its job queue and deadlines, its worker with a stand-in for
+// the network. Needs a device's directories.
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "inet/CsReqController.h"
+#include "support/BootClock.h"
 #include "support/Card.h"
 #include "support/Input.h"
 #include "support/StandInTransfer.h"
@@ -26,7 +27,10 @@ using test_support::Card;
 /// Fewer than the kernel queues for the client, which reads only in the end.
 constexpr size_t kMaxMessages = 6;
 constexpr size_t kLargestReply = size_t{256} * 1024;
+constexpr int32_t kBarrierTxId = 0x5EEDEC;
 constexpr int32_t kLastTxId = 0x5EEDED;
+/// No deadline is met exactly: as long as the clock stands at one, the job is neither in time nor late.
+constexpr double kBeyondDeadline = 0.01;
 constexpr auto kPatience = std::chrono::seconds(20);
 constexpr const char* kAgent = "inet-agent-cs";
 
@@ -77,10 +81,10 @@ Client& client() {
     return instance;
 }
 
-std::string lastRequest() {
-    Card request;
-    request.string("TO", kAgent).string("FROM", "client").string("REQ", "GET").int32("TX-ID", kLastTxId);
-    return request.string("URL", "http://localhost/").int32("TIMEOUT-SEC", 1000).encode();
+std::string request(int32_t tx_id, int32_t timeout_sec) {
+    Card card;
+    card.string("TO", kAgent).string("FROM", "client").string("REQ", "GET").int32("TX-ID", tx_id);
+    return card.string("URL", "http://localhost/").int32("TIMEOUT-SEC", timeout_sec).encode();
 }
 
 /// A stranger's result card is passed on as it is; all others are the agent's own work.
@@ -99,26 +103,41 @@ void checkReply(const std::string& message, bool forged) {
     FUZZ_CHECK(reply->has("HTTP-RESP-CODE") || reply->has("CURL-ERROR"));
 }
 
-/// Until the answer to the last request, which a controller gives unless a rejected request has put it out of service.
-void receiveReplies(size_t requests, bool forged) {
-    const auto limit = std::chrono::steady_clock::now() + kPatience;
-    size_t replies = 0;
-    while (fuzz::countedLogLines() == 0) {
-        FUZZ_CHECK(std::chrono::steady_clock::now() < limit);
-        const std::optional<std::string> message = client().receive(1);
-        if (!message.has_value()) {
-            continue;
-        }
-        checkReply(*message, forged);
-        const std::optional<Card> card = Card::decode(*message);
-        if (!card.has_value() || !card->has("INFO")) {
-            FUZZ_CHECK(++replies <= requests);
-        }
-        if (message->size() <= 1 || (card.has_value() && card->getInt32("TX-ID") == kLastTxId)) {
-            return;
+/// Tells the replies, which are at most as many as the requests.
+class Replies {
+public:
+    explicit Replies(bool forged) : mForged(forged) {}
+
+    void sent() { ++mRequests; }
+
+    /// Waits for the reply to one request.
+    /// @param unless_rejected gives up when a rejected request has put the controller out of service
+    void waitFor(int32_t tx_id, bool unless_rejected) {
+        const auto limit = std::chrono::steady_clock::now() + kPatience;
+        while (!unless_rejected || fuzz::countedLogLines() == 0) {
+            FUZZ_CHECK(std::chrono::steady_clock::now() < limit);
+            const std::optional<std::string> message = client().receive(1);
+            if (!message.has_value()) {
+                continue;
+            }
+            checkReply(*message, mForged);
+            const std::optional<Card> card = Card::decode(*message);
+            if (!card.has_value() || !card->has("INFO")) {
+                FUZZ_CHECK(++mReplies <= mRequests);
+            }
+            // A reply in a descriptor is one byte here; it is the last one's, or nobody waits for it.
+            if ((message->size() <= 1 && tx_id == kLastTxId) ||
+                (card.has_value() && card->getInt32("TX-ID") == tx_id)) {
+                return;
+            }
         }
     }
-}
+
+private:
+    const bool mForged;
+    size_t mRequests = 0;
+    size_t mReplies = 0;
+};
 
 }  // namespace
 
@@ -128,26 +147,51 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
     return 0;
 }
 
-/// The input is what the network does, and a row of datagrams, each behind its length in two bytes.
+/// The input is a byte of flags, what the network does, and a row of datagrams, each behind its length in two bytes. With
+/// the highest bit set a length is no message's, but seconds that pass.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const bool forged =
         std::string_view(reinterpret_cast<const char*>(data), size).find("HTTP-RESULT") != std::string_view::npos;
     fuzz::Input input(data, size);
+    const auto flags = input.number<uint8_t>();
+    const bool slow_network = (flags & 1) != 0;
+    const bool stopped_while_busy = (flags & 2) != 0;
     fuzz::StandInTransfer::setScript(std::string(input.piece()));
+    fuzz::StandInTransfer::hold(slow_network);
     while (client().receive(0).has_value()) {
     }
     fuzz::countLogLines("perform failed");
-    size_t requests = 1;
+    Replies replies(forged);
+    test_support::BootClock clock;
     {
         CsReqController controller("agent", kAgent);
+        controller.shutdownTimer().setLaunchTriggerMask(flags & 4);
         FUZZ_CHECK(controller.init() == 0 && controller.launch() == 0);
-        for (; requests <= kMaxMessages && !input.empty(); ++requests) {
-            client().send(input.piece());
+        const auto send = [&replies](std::string_view message) {
+            replies.sent();
+            client().send(message);
+        };
+        for (size_t i = 0; i < kMaxMessages && !input.empty(); ++i) {
+            const auto length = input.number<uint16_t>();
+            if ((length & 0x8000) == 0) {
+                send(input.bytes(length));
+                continue;
+            }
+            // Time passes when all that came before has been seen.
+            send(request(kBarrierTxId, -1));
+            replies.waitFor(kBarrierTxId, false);
+            clock.advance((length & 0x7F) + kBeyondDeadline);
         }
-        client().send(lastRequest());
-        receiveReplies(requests, forged);
+        send(request(kLastTxId - 2, -1));
+        replies.waitFor(kLastTxId - 2, false);
+        if (!stopped_while_busy) {
+            fuzz::StandInTransfer::hold(false);
+            send(request(kLastTxId, 1000));
+            replies.waitFor(kLastTxId, true);
+        }
         FUZZ_CHECK(controller.kill() == 0 && controller.join() == 0);
     }
+    fuzz::StandInTransfer::hold(false);
     FUZZ_CHECK(access(addressOf(kAgent).sun_path, F_OK) != 0);
     return 0;
 }

@@ -18,7 +18,6 @@ namespace {
 
 using namespace zv_loc_fw;
 
-/// No input is likely to be this; one that is, ends the reception early and nothing else.
 constexpr std::string_view kLastMessage = "the last message";
 
 const std::string& socketPath() {
@@ -48,7 +47,7 @@ public:
 
     void onReceive(const char* data, uint32_t length, const pos_util::PosIpcRecver* recver) override {
         const std::string_view message(data, length);
-        if (message == kLastMessage) {
+        if (message == kLastMessage && mDoor->mDelivered == mDoor->mExpected.size()) {
             mDoor->mReceiver->stop();
             return;
         }

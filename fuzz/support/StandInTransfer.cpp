@@ -1,13 +1,16 @@
 #include "support/StandInTransfer.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <memory>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 #include "support/Input.h"
@@ -33,6 +36,8 @@ std::string& script() {
     static std::string text;
     return text;
 }
+
+std::atomic<bool> transfers_held{false};
 
 // Each worker has a thread and a handle of its own.
 thread_local Options options;
@@ -80,12 +85,25 @@ CURLcode fail(CURLcode code) {
     return code;
 }
 
+CURLcode ask() {
+    return options.ask(options.askUser, 0, 0, 0, 0) == 0 ? CURLE_OK : CURLE_ABORTED_BY_CALLBACK;
+}
+
+CURLcode waitUntilLetGo() {
+    CURLcode code = CURLE_OK;
+    while (transfers_held && code == CURLE_OK) {
+        std::this_thread::sleep_for(std::chrono::microseconds(50));
+        code = ask();
+    }
+    return code;
+}
+
 CURLcode perform() {
     last = {};
     Input input(reinterpret_cast<const uint8_t*>(script().data()), script().size());
     const auto status = input.number<uint16_t>();
     const auto end = input.number<uint8_t>();
-    CURLcode code = CURLE_OK;
+    CURLcode code = waitUntilLetGo();
     while (!input.empty() && code == CURLE_OK) {
         const auto step = input.number<uint8_t>();
         switch (step % 8) {
@@ -109,7 +127,7 @@ CURLcode perform() {
                 code = takeBody(std::string(CURL_MAX_WRITE_SIZE, static_cast<char>(step)), 1);
                 break;
             default:
-                code = options.ask(options.askUser, 0, 0, 0, 0) == 0 ? CURLE_OK : CURLE_ABORTED_BY_CALLBACK;
+                code = ask();
         }
     }
     if (code == CURLE_OK && end < 100) {
@@ -124,6 +142,10 @@ CURLcode perform() {
 
 void StandInTransfer::setScript(std::string text) {
     script() = std::move(text);
+}
+
+void StandInTransfer::hold(bool held) {
+    transfers_held = held;
 }
 
 const StandInTransfer::Outcome& StandInTransfer::outcome() {

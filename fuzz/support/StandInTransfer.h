@@ -2,7 +2,6 @@
 
 #include <curl/curl.h>
 
-#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -17,6 +16,8 @@ class StandInTransfer {
 public:
     /// Before the transfers begin.
     static void setScript(std::string script);
+    /// A transfer that begins while they are held goes on only when they are let go, or its worker interrupts it.
+    static void hold(bool held);
 
     /// What came of the last transfer, for a comparison. The thread that performed it.
     struct Outcome {
