@@ -66,7 +66,10 @@ std::unique_ptr<WorkerCommand> commandFor(const Card& request) {
     std::unique_ptr<InPostcard> reader(InPostcard::createInstance());
     FUZZ_CHECK(reader->init(copy, bytes.size(), true) == 0);
     auto job = std::make_unique<MqMsgWrapper>(reader.release());
-    return std::unique_ptr<WorkerCommand>(new WorkerCommand{WorkerCommand::kPerform, std::move(job)});
+    auto command = std::make_unique<WorkerCommand>();
+    command->kind = WorkerCommand::kPerform;
+    command->job = std::move(job);
+    return command;
 }
 
 Card expectedReply(const char* req, const StandInTransfer::Outcome& outcome) {

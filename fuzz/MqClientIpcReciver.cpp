@@ -10,7 +10,7 @@
 namespace {
 
 /// More than fits into the buffer that the receiver keeps, so it takes one for the message alone.
-constexpr size_t kLargeDatagram = 70 * 1024;
+constexpr size_t kLargeDatagram = size_t{70} * 1024;
 
 }  // namespace
 

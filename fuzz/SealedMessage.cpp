@@ -20,7 +20,7 @@
 namespace {
 
 constexpr size_t kMaxFiles = 10;
-constexpr size_t kLargeFile = 200 * 1024;
+constexpr size_t kLargeFile = size_t{200} * 1024;
 constexpr unsigned kNeededSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL;
 
 enum Kind : size_t {

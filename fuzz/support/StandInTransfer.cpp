@@ -21,6 +21,9 @@ namespace {
 
 constexpr std::string_view kRetryAfter = "Retry-After:";
 
+/// Enough for a body that grows, few enough for many inputs in a second.
+constexpr size_t kMaxLargePieces = 16;
+
 /// What the handle was told.
 struct Options {
     curl_write_callback takeBody = nullptr;
@@ -103,6 +106,7 @@ CURLcode perform() {
     Input input(reinterpret_cast<const uint8_t*>(script().data()), script().size());
     const auto status = input.number<uint16_t>();
     const auto end = input.number<uint8_t>();
+    size_t large_pieces = 0;
     CURLcode code = waitUntilLetGo();
     while (!input.empty() && code == CURLE_OK) {
         const auto step = input.number<uint8_t>();
@@ -124,6 +128,9 @@ CURLcode perform() {
                 break;
             }
             case 6:
+                if (++large_pieces > kMaxLargePieces) {
+                    break;
+                }
                 code = takeBody(std::string(CURL_MAX_WRITE_SIZE, static_cast<char>(step)), 1);
                 break;
             default:
@@ -140,8 +147,8 @@ CURLcode perform() {
 
 }  // namespace
 
-void StandInTransfer::setScript(std::string text) {
-    script() = std::move(text);
+void StandInTransfer::setScript(std::string steps) {
+    script() = std::move(steps);
 }
 
 void StandInTransfer::hold(bool held) {

@@ -15,7 +15,7 @@ namespace fuzz {
 class StandInTransfer {
 public:
     /// Before the transfers begin.
-    static void setScript(std::string script);
+    static void setScript(std::string steps);
     /// A transfer that begins while they are held goes on only when they are let go, or its worker interrupts it.
     static void hold(bool held);
 

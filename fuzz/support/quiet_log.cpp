@@ -33,11 +33,11 @@ void quietLog(int framework_level) {
 }  // namespace fuzz
 
 // Takes precedence over liblog's: it is linked as an object.
-extern "C" int __android_log_print(int /*priority*/, const char* /*tag*/, const char* format, ...) {
+extern "C" int __android_log_print(int /*prio*/, const char* /*tag*/, const char* fmt, ...) {
     char text[1024];
     va_list args;
-    va_start(args, format);
-    const int length = std::vsnprintf(text, sizeof(text), format, args);
+    va_start(args, fmt);
+    const int length = std::vsnprintf(text, sizeof(text), fmt, args);
     va_end(args);
     if (const char* part = fuzz::counted_part; part != nullptr && std::strstr(text, part) != nullptr) {
         ++fuzz::counted_lines;
