@@ -226,6 +226,10 @@ TEST(CodecTest, WrongJsonIsToldWithItsPlace) {
          }) {
         EXPECT_THAT(encoded(json), AllOf(HasSubstr("failed: "), HasSubstr(reason))) << json;
     }
+    // A call for each level would be more than the stack takes.
+    const std::string deep = std::string(300000, '[') + std::string(300000, ']');
+    EXPECT_THAT(encoded(R"({"fields":[{"name":"A","type":"int8","value":)" + deep + "}]}"),
+                HasSubstr("an array is no int8"));
 }
 
 TEST(CodecTest, TextShowsWhatAPersonWants) {

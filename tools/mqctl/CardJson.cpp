@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <sstream>
 
 #include "CardValue.h"
 #include "Files.h"
@@ -216,7 +217,8 @@ private:
 
     static std::string badValue(const Json& value, const FieldType& type) {
         const std::string element = std::string(type.name).substr(0, std::string_view(type.name).find('['));
-        return value.dump() + " is no " + element;
+        // An array in arrays may be deeper than dump(), which calls itself for each level, can go.
+        return (value.is_structured() ? std::string("an ") + value.type_name() : value.dump()) + " is no " + element;
     }
 
     bool fail(const std::string& path, const std::string& reason) {
@@ -240,6 +242,28 @@ Json cardToJson(const Fields& fields) {
 std::optional<Fields> cardFromJson(const Json& card, std::string* why) {
     Fields fields;
     return Reader(why).readFields(card, "", 1, &fields) ? std::optional(std::move(fields)) : std::nullopt;
+}
+
+bool cardsFromText(const std::string& text, std::string* bytes, std::string* why) {
+    std::istringstream stream(text);
+    for (int number = 1; number == 1 || !(stream >> std::ws).eof(); ++number) {
+        Json json;
+        try {
+            stream >> json;
+        } catch (const Json::exception&) {
+            std::string place;
+            (void)parseJson(text, &place);  // says where
+            *why = number == 1 ? place : "card " + std::to_string(number) + " is no JSON";
+            return false;
+        }
+        const std::optional<Fields> fields = cardFromJson(json, why);
+        if (!fields.has_value()) {
+            *why = (number > 1 ? "card " + std::to_string(number) + ": " : "") + *why;
+            return false;
+        }
+        *bytes += encodeCard(*fields);
+    }
+    return true;
 }
 
 std::optional<Json> parseJson(const std::string& text, std::string* why) {

@@ -18,6 +18,10 @@ using Json = nlohmann::ordered_json;
 /// @param why out: what is wrong, and where, when nothing is returned
 [[nodiscard]] std::optional<Fields> cardFromJson(const Json& card, std::string* why);
 
+/// All cards of a text that holds one JSON object after another, appended to `bytes`.
+/// @param why out: what is wrong, and where, when false is returned
+[[nodiscard]] bool cardsFromText(const std::string& text, std::string* bytes, std::string* why);
+
 /// The text as JSON that may be null.
 [[nodiscard]] std::optional<Json> parseJson(const std::string& text, std::string* why);
 

@@ -1,7 +1,6 @@
 #include "CodecCommand.h"
 
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -97,30 +96,6 @@ private:
     const DecodeOptions& mOptions;
 };
 
-/// All cards of a text that holds one JSON object after another.
-bool readCards(const std::string& text, std::string* bytes, std::string* why) {
-    std::istringstream stream(text);
-    for (int number = 1; number == 1 || !(stream >> std::ws).eof(); ++number) {
-        Json json;
-        try {
-            stream >> json;
-        } catch (const Json::exception&) {
-            std::string place;
-            (void)parseJson(text, &place);  // says where
-
-            *why = number == 1 ? place : "card " + std::to_string(number) + " is no JSON";
-            return false;
-        }
-        const std::optional<Fields> fields = cardFromJson(json, why);
-        if (!fields.has_value()) {
-            *why = (number > 1 ? "card " + std::to_string(number) + ": " : "") + *why;
-            return false;
-        }
-        *bytes += encodeCard(*fields);
-    }
-    return true;
-}
-
 int runEncode(Session& session, const EncodeOptions& options) {
     std::string text;
     std::string bytes;
@@ -128,7 +103,7 @@ int runEncode(Session& session, const EncodeOptions& options) {
     if (!readWholeFile(options.file, &text, &error)) {
         return session.out.fail(kUsage, error);
     }
-    if (!readCards(text, &bytes, &error)) {
+    if (!cardsFromText(text, &bytes, &error)) {
         return session.out.fail(kMalformed, nameOf(options.file) + ": " + error);
     }
     if (options.hex) {
