@@ -56,6 +56,7 @@ public:
             case Type::String:
                 return text(number<uint32_t>());
             case Type::Blob:
+            case Type::ArrayInt64:
             case Type::ArrayInt32:
                 return take(number<uint32_t>());
         }

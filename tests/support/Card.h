@@ -18,6 +18,7 @@ enum class Type : uint16_t {
     String = 19,
     Blob = 20,
     Double = 21,
+    ArrayInt64 = 30,
     ArrayInt32 = 32,
 };
 
