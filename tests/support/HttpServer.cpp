@@ -41,6 +41,8 @@ namespace {
 
 constexpr auto kPatience = std::chrono::seconds(30);
 
+constexpr unsigned char kSessions[] = {'t', 'e', 's', 't'};
+
 int numberOf(const std::string& text, int otherwise) {
     return text.empty() ? otherwise : std::atoi(text.c_str());
 }
@@ -217,8 +219,15 @@ HttpServer::HttpServer(const Tls& tls) : mImpl(std::make_unique<Impl>()) {
         writeFile(authority, tls.clientAuthority);
     }
     mImpl->tls = true;
-    mImpl->server = std::make_unique<httplib::SSLServer>(files.certificate.c_str(), files.key.c_str(),
-                                                         authority.empty() ? nullptr : authority.c_str());
+    auto server = std::make_unique<httplib::SSLServer>(files.certificate.c_str(), files.key.c_str(),
+                                                       authority.empty() ? nullptr : authority.c_str());
+    // Without a name for its sessions, a server that wants certificates breaks off the handshake of whoever resumes one.
+    if (server->is_valid() &&
+        SSL_CTX_set_session_id_context(server->ssl_context(), kSessions, sizeof(kSessions)) != 1) {
+        std::fprintf(stderr, "test server: no name for its sessions\n");
+        std::abort();
+    }
+    mImpl->server = std::move(server);
     mImpl->start();
 }
 
