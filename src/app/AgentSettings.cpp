@@ -20,6 +20,7 @@ constexpr const char* kLogLevelKey = "DEBUG_GLOBAL_LOG_LEVEL";
 constexpr const char* kVerboseKey = "CAIRN_CURL_VERBOSE_ENABLED";
 constexpr const char* kRootDirectoryKey = "CAIRN_AP_ROOT_DIR";
 constexpr const char* kSaveMaskKey = "ENABLE_SAVE_SERVER_REQ_AND_RESP_MASK";
+constexpr const char* kReplyToRejectedKey = "REPLY_TO_REJECTED_REQUESTS";
 
 constexpr int32_t kDefaultLogLevel = 2;
 constexpr const char* kDefaultRootDirectory = "/data/vendor/location/marlow/";
@@ -67,6 +68,13 @@ int AgentSettings::read(const char* config_path) {
         return 7;
     }
     transferSettings().saveMask = save_mask;
+
+    int32_t reply_to_rejected = 0;
+    if (mConfig->getInt32Default(kReplyToRejectedKey, reply_to_rejected, 0) != 0) {
+        log_warning(kTag, "%s cannot be read, counts as 0", kReplyToRejectedKey);
+        reply_to_rejected = 0;
+    }
+    transferSettings().replyToRejected = reply_to_rejected == 1;
     return 0;
 }
 

@@ -53,7 +53,7 @@ public:
     }
 
     void read(Text& text) const {
-        uint64_t words[kWords];
+        uint64_t words[kWords]{};
         uint64_t first = 0;
         do {
             first = mGeneration.load(std::memory_order_acquire);

@@ -34,6 +34,8 @@ inline constexpr const char* kHttpRetryAfter = "HTTP-RETRY-AFTER";       ///< in
 inline constexpr const char* kErrorNotReady = "Inet agent not ready";
 inline constexpr const char* kErrorQueuedJobTimedOut = "queued job timed out before execution";
 inline constexpr const char* kErrorActiveJobTimedOut = "active job timed out";
+/// In results, of agents that answer rejected requests: with the code of "perform failed %d".
+inline constexpr const char* kErrorRejectedFormat = "request rejected %d";
 
 // The worker's message to its own controller
 inline constexpr const char* kHttpResult = "HTTP-RESULT";  ///< "REQ"

@@ -11,6 +11,8 @@
 #include "postcard/CardBuilder.h"
 #include "postcard/InPostcard.h"
 #include "transfer/CurlPerformer.h"
+#include "transfer/Rejection.h"
+#include "transfer/TransferSettings.h"
 #include "transfer/WorkerCommand.h"
 
 namespace zv_loc_fw {
@@ -254,7 +256,13 @@ int InetControllerBase::setActiveJob(std::unique_ptr<MqMsgWrapper> job) {
     mState = kActive;
     // From the hand-over on the job is the worker's alone. If it fails, the state and the timer stay, so that the
     // client still hears at its deadline.
-    return handToWorker(std::move(job)) ? 0 : 32;
+    if (!handToWorker(std::move(job))) {
+        if (transferSettings().replyToRejected) {
+            rejectActiveJob(32);
+        }
+        return 32;
+    }
+    return 0;
 }
 
 /// Keeps what an error reply needs: the request itself will be the worker's, and readers are not shared.
@@ -287,6 +295,17 @@ bool InetControllerBase::handToWorker(std::unique_ptr<MqMsgWrapper> job) {
     }
     (void)command.release();  // the worker's
     return true;
+}
+
+/// Answers a job that never reached the worker, in the worker's stead, so that the next one can be served.
+void InetControllerBase::rejectActiveJob(int code) {
+    mState = kIdle;
+    (void)mJobQueue.clearActiveJobTimer();  // logged there; if it fires all the same, no job is active
+    const std::unique_ptr<OutPostcard> rejection = rejectionOf(*mActiveRequestHeader, getSelfIpcName(), code);
+    mActiveRequestHeader.reset();
+    if (rejection != nullptr) {
+        (void)sendIpcMessage(rejection->getEncodedBuffer());  // logged there
+    }
 }
 
 int InetControllerBase::expireActiveJob() {

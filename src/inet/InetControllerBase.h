@@ -74,6 +74,7 @@ private:
     int setActiveJob(std::unique_ptr<MqMsgWrapper> job);
     int keepActiveRequestHeader(InPostcard& request);
     bool handToWorker(std::unique_ptr<MqMsgWrapper> job);
+    void rejectActiveJob(int code);
 
     const char* const mControllerName;
     int32_t mState = kNotReady;

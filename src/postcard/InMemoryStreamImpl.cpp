@@ -77,13 +77,13 @@ InMemoryStream* InMemoryStreamImpl::clone() const {
         return nullptr;
     }
     if (mBuffer != nullptr) {
-        std::unique_ptr<char[]> bytes(new (std::nothrow) char[mCapacity]);
+        auto* const bytes = new (std::nothrow) char[mCapacity];
         if (bytes == nullptr) {
             return nullptr;
         }
-        std::memcpy(bytes.get(), mBuffer, mCapacity);
-        copy->mBuffer = bytes.get();
-        copy->mOwned = std::move(bytes);
+        std::memcpy(bytes, mBuffer, mCapacity);
+        copy->mOwned.reset(bytes);
+        copy->mBuffer = bytes;
     }
     copy->mGetCursor = mGetCursor;
     copy->mCapacity = mCapacity;

@@ -13,6 +13,7 @@
 #include "postcard/CardBuilder.h"
 #include "postcard/InPostcard.h"
 #include "transfer/ExchangeArchive.h"
+#include "transfer/Rejection.h"
 #include "transfer/TransferRequest.h"
 #include "transfer/TransferSettings.h"
 #include "transfer/TransferSetup.h"
@@ -25,6 +26,8 @@ namespace {
 using namespace agent_protocol;
 
 constexpr const char* kStaticTag = "InetAgentService-Static";
+/// From here on a code of "perform failed %d" means that the result has been posted.
+constexpr int kFirstCodeAfterResult = 101;
 
 bool isTimeout(CURLcode error) {
     return error == CURLE_OPERATION_TIMEDOUT;
@@ -122,6 +125,9 @@ void CurlPerformer::perform(MqMsgWrapper* job) {
     if (result != 0) {
         log_error(mName, "perform failed %d", result);
     }
+    if (result != 0 && result < kFirstCodeAfterResult && transferSettings().replyToRejected) {
+        notifyRejection(job, result);
+    }
 }
 
 int CurlPerformer::performSteps(MqMsgWrapper* job) {
@@ -155,7 +161,7 @@ int CurlPerformer::performSteps(MqMsgWrapper* job) {
     if (result_card.result() != 0) {
         return result_card.result();
     }
-    if (const int result = notifyHttpResult(result_card); result != 0) {
+    if (const int result = notifyHttpResult(result_card.card()); result != 0) {
         log_error(mController->getSelfIpcName(), "notifyHttpResult failed %d", result);
         return 91;
     }
@@ -214,15 +220,28 @@ void CurlPerformer::addResponse(const TransferRequest& request, CardBuilder* res
     log_info(mName, "HTTP response code: %d", static_cast<int>(response_code));
 }
 
+/// Lets the client of a request that ended without a result hear at once, and the controller go on.
+void CurlPerformer::notifyRejection(MqMsgWrapper* job, int code) {
+    if (job == nullptr || job->card() == nullptr) {
+        return;
+    }
+    const char* controller_name = mController->getSelfIpcName();
+    const std::unique_ptr<OutPostcard> rejection = rejectionOf(*job->card(), controller_name, code);
+    const int result = rejection == nullptr ? 2 : notifyHttpResult(rejection.get());
+    if (result != 0) {
+        log_error(controller_name, "notifyHttpResult failed %d", result);
+    }
+}
+
 /// @return 0; 3 no memory for the message; 4 to 9 not built; 10, 11 no memory for
 /// the reader, the wrapper; 12 not queued
-int CurlPerformer::notifyHttpResult(const CardBuilder& result_card) {
+int CurlPerformer::notifyHttpResult(const OutPostcard* result_card) {
     const char* controller_name = mController->getSelfIpcName();
     CardBuilder builder(3, 4);
     builder.addString(5, envelope::kTo, controller_name);
     builder.addString(6, envelope::kFrom, controller_name);
     builder.addString(7, envelope::kReq, kHttpResult);
-    builder.addCard(8, kResult, result_card.card());
+    builder.addCard(8, kResult, result_card);
     builder.finalize(9);
     if (builder.result() != 0) {
         return builder.result();
@@ -252,7 +271,7 @@ int CurlPerformer::reportTimes() {
         const CURLcode asked = curl_easy_getinfo(mHandle.get(), kTimes[i], &seconds[i]);
         if (asked != CURLE_OK) {
             log_warning(mName, "curl_easy_getinfo failed: %s", curl_easy_strerror(asked));
-            return 101 + static_cast<int>(i);
+            return kFirstCodeAfterResult + static_cast<int>(i);
         }
     }
     if (mResponse.body() == nullptr) {

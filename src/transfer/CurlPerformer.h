@@ -18,13 +18,14 @@ namespace zv_loc_fw {
 
 class CardBuilder;
 class MqClientControllerBase;
+class OutPostcard;
 struct TransferRequest;
 struct WorkerCommand;
 
 /// A controller's transfer worker: takes commands from its queue, performs one HTTP(S) exchange at a time, and hands
 /// the result card to its controller as a local message. It never answers the client itself; a request that fails
-/// before its result card is complete yields no result at all, only the line "perform failed %d". A transfer that
-/// libcurl fails is a normal result.
+/// before its result card is posted yields no result at all, only the line "perform failed %d", unless the settings
+/// want an answer to those as well. A transfer that libcurl fails is a normal result.
 ///
 /// The controller constructs it, pushes commands, and at the end pushes a kill record, closes the queue, joins the
 /// worker's thread and deletes it. run and the callbacks: worker's thread. interrupt: any thread. The handle is reset
@@ -62,7 +63,8 @@ private:
     void transfer(const TransferRequest& request, CardBuilder* result_card);
     void addFailure(CURLcode error, CardBuilder* result_card);
     void addResponse(const TransferRequest& request, CardBuilder* result_card);
-    int notifyHttpResult(const CardBuilder& result_card);
+    void notifyRejection(MqMsgWrapper* job, int code);
+    int notifyHttpResult(const OutPostcard* result_card);
     int reportTimes();
 
     const char* const mName;

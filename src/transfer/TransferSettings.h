@@ -12,6 +12,7 @@ struct TransferSettings {
     std::FILE* verboseFile = nullptr;     ///< where libcurl's trace goes; null: nowhere
     const char* rootDirectory = nullptr;  ///< CAIRN_AP_ROOT_DIR, where exchanges are archived; may be null
     int32_t saveMask = 0;                 ///< ENABLE_SAVE_SERVER_REQ_AND_RESP_MASK: whose exchanges are archived
+    bool replyToRejected = false;         ///< REPLY_TO_REJECTED_REQUESTS is 1
 };
 
 TransferSettings& transferSettings();

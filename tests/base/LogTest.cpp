@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "base/BaseTest.h"
+#include "base/log_state.h"
 
 namespace {
 
@@ -86,6 +87,18 @@ TEST_F(LogTest, TagsOwnThresholdAndOutputsReplaceTheGlobalOnes) {
     log_clear_local_levels();
     log_info("both", "global again");
     EXPECT_EQ(mLog.texts().back(), "[both] global again");
+}
+
+TEST_F(LogTest, WithoutItsLockLinesAreFramedAndSettersRefuse) {
+    MutexImpl* const lock = std::exchange(log_detail::state.lock, nullptr);
+    log_error("T", "printed");
+    log_set_global_tag("other");
+    log_detail::state.lock = lock;
+    const char* const before = "[AutoLock] AutoLock: lock error: 2";
+    const char* const after = "[AutoLock] AutoLock: unlock error: 2";
+    EXPECT_THAT(mLog.texts(),
+                ElementsAre(before, "[T] printed", after, before, "[LOG_UTIL] log_set_global_tag failed 2", after));
+    EXPECT_EQ(mLog.lines().back().tag, "TEST");
 }
 
 TEST_F(LogTest, LongGlobalTagIsCutAndUnlockedReaderNeverSeesATornOne) {

@@ -4,8 +4,9 @@
 #include <memory>
 
 #include "base/BaseTest.h"
-#include "base/MutexImpl.h"
 #include "base/Runnable.h"
+#include "base/Timestamp.h"
+#include "base/WaitableBase.h"
 
 namespace {
 
@@ -15,30 +16,25 @@ using testing::IsEmpty;
 
 class ThreadTest : public base_test::BaseTest {};
 
-/// Runs until released, and tells of its life.
-class Waiter : public Runnable {
-public:
-    explicit Waiter(int& deleted) : mDeleted(deleted) {}
-    ~Waiter() override { ++mDeleted; }
-    int run() override {
-        self = pthread_self();
-        char name[16] = "";
-        pthread_getname_np(self, name, sizeof(name));
-        running.set_value(name);
-        release.get_future().wait();
-        return 7;
-    }
+TEST_F(ThreadTest, RunsOnceUnderTheKernelNameAndOwnsItsRunnable) {
+    class Waiter : public Runnable {
+    public:
+        explicit Waiter(bool& deleted) : mDeleted(deleted) {}
+        ~Waiter() override { mDeleted = true; }
+        int run() override {
+            char name[16] = "";
+            pthread_getname_np(pthread_self(), name, sizeof(name));
+            running.set_value(name);
+            release.get_future().wait();
+            return 7;
+        }
+        std::promise<std::string> running;
+        std::promise<void> release;
 
-    std::promise<std::string> running;
-    std::promise<void> release;
-    pthread_t self{};
-
-private:
-    int& mDeleted;
-};
-
-TEST_F(ThreadTest, RunsOnceUnderTheKernelName) {
-    int deleted = 0;
+    private:
+        bool& mDeleted;
+    };
+    bool deleted = false;
     auto* waiter = new Waiter(deleted);
     {
         ThreadImpl thread(nullptr, waiter, true);
@@ -50,9 +46,9 @@ TEST_F(ThreadTest, RunsOnceUnderTheKernelName) {
         EXPECT_EQ(thread.join(), 0);
         EXPECT_EQ(thread.join(), 2);
         EXPECT_EQ(thread.launch(), 2);
-        EXPECT_EQ(deleted, 0);
+        EXPECT_FALSE(deleted);
     }
-    EXPECT_EQ(deleted, 1);
+    EXPECT_TRUE(deleted);
     EXPECT_EQ(mLog.count("[AutoLock] join: result: 2, errno: 0, [Success]"), 2U);
     EXPECT_EQ(mLog.count("[AutoLock] launch: result: 2, errno: 0, [Success]"), 2U);
 }
@@ -73,27 +69,22 @@ TEST_F(ThreadTest, RunnableThatReturnsAtOnceIsJoined) {
     EXPECT_THAT(mLog.texts(), IsEmpty());
 }
 
-TEST_F(ThreadTest, DestroyingRunningThreadLeavesRunnableAlive) {
-    int deleted = 0;
-    const auto waiter = std::make_unique<Waiter>(deleted);  // the leak is ours to clean up
-    {
-        ThreadImpl thread("t", waiter.get(), true);
-        ASSERT_EQ(thread.launch(), 0);
-        waiter->running.get_future().wait();
-    }
-    EXPECT_EQ(deleted, 0);
-    EXPECT_THAT(mLog.texts(), ElementsAre("[t] ~ThreadImpl: thread is probably still running"));
-    waiter->release.set_value();
-    EXPECT_EQ(pthread_join(waiter->self, nullptr), 0);
-}
+TEST_F(ThreadTest, LockingTwiceFailsInsteadOfHanging) NO_THREAD_SAFETY_ANALYSIS {
+    class Gate : public WaitableBase {
+    public:
+        Gate() : WaitableBase("gate") {}
 
-TEST_F(ThreadTest, LockingAMutexTwiceFailsInsteadOfHanging) NO_THREAD_SAFETY_ANALYSIS {
-    MutexImpl mutex(nullptr, true);
-    ASSERT_EQ(mutex.lock(), 0);
-    EXPECT_EQ(mutex.lock(), 1);
-    EXPECT_EQ(mutex.unlock(), 0);
-    EXPECT_THAT(mLog.texts(),
-                ElementsAre("[Mutex] lock: pthread_mutex_lock return code: 35, [Resource deadlock avoided]"));
+    protected:
+        int ZeroIfShouldWaitAgain_locked() override { return 1; }
+    };
+    Gate gate;
+    ASSERT_EQ(gate.lock(), 0);
+    EXPECT_EQ(gate.lock(), 3);
+    EXPECT_EQ(gate.lock_and_wait(TimeDiff()), 2);
+    const std::string mutex_line = "[gate] lock: pthread_mutex_lock return code: 35, [Resource deadlock avoided]";
+    EXPECT_THAT(mLog.texts(), ElementsAre(mutex_line, "[gate] lock : result 3", mutex_line,
+                                          "[gate] WaitableBase: lock_and_wait error: 2"));
+    EXPECT_EQ(gate.unlock(), 0);
 }
 
 }  // namespace

@@ -71,6 +71,11 @@ TEST_F(TimestampTest, DifferencesCarryAndWrapAt32Bits) {
 TEST_F(TimestampDeathTest, MisuseAndOverflowEndTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const Timestamp real_time = Timestamp::now(CLOCK_REALTIME);
+    const Timestamp invalid = Timestamp::now(12345);
+    EXPECT_FALSE(invalid.isValid());
+    EXPECT_EQ(invalid.getTimestampPtr().tv_sec, 0);
+    EXPECT_THAT(mLog.texts(), ElementsAre("[Timestamp] reset_to_clock_id failed: id(12345) errno(22)(Invalid argument)",
+                                          "[Timestamp] getTimestampPtr timestamp is invalid"));
     EXPECT_EXIT((void)(at(1, 0) + TimeDiff()), testing::ExitedWithCode(255), "");
     EXPECT_EXIT((void)(at(1, 0) - real_time), testing::ExitedWithCode(255), "");
     EXPECT_EXIT((void)(at(1, 0) >= real_time), testing::ExitedWithCode(255), "");

@@ -78,7 +78,22 @@ TEST_F(DeadlineTest, RejectedRequestBlocksItsControllerUntilAResultComes) {
         expectCard(mClient.receive(), result(waiting, 200, "hello\n"));
     }
     EXPECT_TRUE(agent().waitForLine("ignoring response for a request that has timed out", std::size(rejected)));
-    EXPECT_EQ(mHttp.requestCount(), std::size(rejected));
+
+    // Unless the agent is told to answer those as well.
+    stop();
+    configure({{"REPLY_TO_REJECTED_REQUESTS", "1"}});
+    start();
+    for (const auto& [request, code] : rejected) {
+        SCOPED_TRACE(request.describe());
+        Card reply;
+        reply.string("FROM", request.getString("TO").value()).string("TO", "client").int32("TX-ID", 7);
+        reply.string("RESP", request.getString("REQ").value()).boolean("CURL-TIMEOUT", false);
+        reply.string("CURL-ERROR", std::string("request rejected ") + code).int32("HTTP-RESP-DATA-SIZE", 0);
+        expectCard(mClient.exchange(request), reply);
+        const Card next = mClient.get(request.getString("TO").value(), url, 9);
+        expectCard(mClient.exchange(next), result(next, 200, "hello\n"));
+    }
+    EXPECT_EQ(mHttp.requestCount(), 2 * std::size(rejected)) << "only what was waiting, or came next";
 }
 
 }  // namespace

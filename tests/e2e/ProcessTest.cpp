@@ -77,9 +77,10 @@ TEST_F(ProcessTest, BadSettingEndsTheStartWithItsStatus) {
         EXPECT_EQ(readFile(trace), "of an earlier run\n");  // not reached
     }
     // One character less, and the directory does not even have to be there.
-    configure({{"CAIRN_AP_ROOT_DIR", long_directory.substr(1)}});
+    configure({{"CAIRN_AP_ROOT_DIR", long_directory.substr(1)}, {"REPLY_TO_REJECTED_REQUESTS", "perhaps"}});
     start();
     expectServed();
+    EXPECT_EQ(agent().count("REPLY_TO_REJECTED_REQUESTS cannot be read, counts as 0"), 1U);
 }
 
 TEST_F(ProcessTest, LaunchTriggerMaskDecidesOnTheSubscription) {

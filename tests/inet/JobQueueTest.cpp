@@ -22,24 +22,13 @@ using testing::ElementsAre;
 class JobQueueTest : public InetTest {
 protected:
     JobQueueTest() {
-        EXPECT_EQ(controller().init(), 0);
-        EXPECT_EQ(controller().launch(), 0);
+        EXPECT_EQ(mController.init(), 0);
+        EXPECT_EQ(mController.launch(), 0);
     }
     ~JobQueueTest() override {
-        controller().kill();
-        controller().join();
+        mController.kill();
+        mController.join();
     }
-
-    /// Takes out its own worker when a status event comes: a loop that lives on without one.
-    class LosesItsWorker : public TestController {
-    public:
-        std::atomic<bool> losesIt{false};
-        int processOSAgentNotification(InPostcard* /*event*/) override {
-            return losesIt.exchange(false) ? _shutdown() : 0;
-        }
-    };
-
-    LosesItsWorker& controller() { return mController; }
 
     void send(const Card& card) { EXPECT_EQ(client.send("agent", card), 0); }
     void get(int32_t tx_id, int32_t timeout_sec) {
@@ -75,7 +64,7 @@ protected:
     }
 
 private:
-    LosesItsWorker mController;
+    TestController mController;
     size_t mEvents = 0;
 };
 
@@ -106,6 +95,9 @@ TEST_F(JobQueueTest, DeadlinesThatOverflowNoClockAreKept) {
         EXPECT_EQ(reply(), timeout_sec > 0 ? letGo(5) : queuedTimedOut(5)) << timeout_sec;
     }
     TimeDiff remaining(1);
+    EXPECT_EQ(calculateTimeout(nullptr, &remaining), 2);
+    EXPECT_EQ(calculateTimeout(std::make_unique<MqMsgWrapper>(nullptr).get(), &remaining), 3);
+    EXPECT_EQ(calculateTimeout(messageOf(Card()).get(), nullptr), 4);
     EXPECT_EQ(calculateTimeout(messageOf(Card().string("TIMEOUT-SEC", "5")).get(), &remaining), 10);
     EXPECT_EQ(remaining.seconds(), 1) << "untouched so far";
     EXPECT_EQ(calculateTimeout(messageOf(Card().int32("TIMEOUT-SEC", 0)).get(), &remaining), 0);
@@ -190,20 +182,6 @@ TEST_F(JobQueueTest, AnUnanswerableExpiryLeavesTheQueueUnwatchedUntilTheNextMess
     gate.open();
     EXPECT_EQ(reply(), letGo(1));
     EXPECT_EQ(reply(), letGo(4));
-}
-
-TEST_F(JobQueueTest, AJobThatNoWorkerTakesExpiresAtItsDeadline) {
-    sync();
-    controller().losesIt = true;
-    sync();
-    get(1, 10);
-    EXPECT_TRUE(log.waitFor("[agent] setActiveJob failed 32"));
-    EXPECT_TRUE(log.waitFor("[agent] _process failed 31"));
-    EXPECT_TRUE(log.contains("[agent] reevaluateJobQueue failed 3"));
-    get(2, 5);
-    advance(11);
-    EXPECT_EQ(reply(), queuedTimedOut(2));
-    EXPECT_EQ(reply(), activeTimedOut(1));
 }
 
 }  // namespace

@@ -32,6 +32,8 @@ class MqTest : public testing::Test {
 protected:
     MqTest() { zv_loc_fw::log_set_global_level(zv_loc_fw::EL_VERBOSE); }
 
+    ~MqTest() override { std::filesystem::create_directories(test_support::device_files::kSocketDirectory); }
+
     static void removeSocketDirectory() { std::filesystem::remove_all(test_support::device_files::kSocketDirectory); }
 
     test_support::LogCapture log;

@@ -24,14 +24,14 @@ protected:
         const char* text = nullptr;
         const void* data = nullptr;
         size_t size = 0;
-        int result = reader.getString("n", &text);
-        check(result, text, result == 0 ? std::strlen(text) + 1 : 0);
-        result = reader.getBlob("n", &data, &size);
-        check(result, data, size);
+        const int text_result = reader.getString("n", &text);
+        check(text_result, text, text_result == 0 ? std::strlen(text) + 1 : 0);
+        const int blob_result = reader.getBlob("n", &data, &size);
+        check(blob_result, data, size);
         InPostcard* inner = nullptr;
-        result = reader.getCard("n", &inner, 0);
+        const int inner_result = reader.getCard("n", &inner, 0);
         const Reader owned(inner);
-        check(result, inner != nullptr ? inner->getBuffer()->getBuffer() : nullptr,
+        check(inner_result, inner != nullptr ? inner->getBuffer()->getBuffer() : nullptr,
               inner != nullptr ? inner->getBuffer()->getSize() : 0);
 #define ZV_GET(Suffix, Type, Code)             \
     {                                          \
@@ -176,6 +176,15 @@ TEST_F(DamagedCardTest, EachDamagedValueHasItsCodes) {
         {3, [&](auto& r) { return r.getInt32("", value); }, "01 00 00 00 00",
          "findName failed 5, field index 0; get simple failed 3"},
         {3, [](auto& r) { return r.getArrayBool("A", nullptr, nullptr); }, "00", "getArray failed 3"},
+        {2, [&](auto& r) { return r.getArrayInt32(nullptr, &count, nullptr); }, "00", "getArray failed 2"},
+        {2, [&](auto& r) { return r.getString(nullptr, &text); }, "00", "get string failed 2"},
+        {3, [](auto& r) { return r.getString("A", nullptr); }, "00", "get string failed 3"},
+        {2, [](auto& r) { return r.getStringDup("A", nullptr); }, "00", "get string duplicate failed 2"},
+        {2, [&](auto& r) { return r.getBlob(nullptr, &data, &size); }, "00", "get blob failed 2"},
+        {3, [&](auto& r) { return r.getBlob("A", nullptr, &size); }, "00", "get blob failed 3"},
+        {2, [&](auto& r) { return r.getCard(nullptr, &found, 0); }, "00", "get card failed 2"},
+        {3, [](auto& r) { return r.getCard("A", nullptr, 0); }, "00", "get card failed 3"},
+        {2, [](auto& r) { return r.init(nullptr, 4, true); }, "00", "init failed 2"},
     };
     for (const auto& damaged : cases) {
         EXPECT_EQ(damaged.expected, damaged.getter(*reading(hex(damaged.bytes)))) << damaged.lines;

@@ -99,8 +99,6 @@ TEST_F(InPostcardTest, PointersAreInt64AndArrayCapacityIsRespected) {
     EXPECT_EQ(0, reader->getArrayPtr("p", &count, out));
     EXPECT_THAT(out, testing::ElementsAreArray(pointers));
     long long integer = 0;
-    EXPECT_EQ(0, reader->getPtr("p", out[1]));
-    EXPECT_EQ(&target, out[1]);
     EXPECT_EQ(0, reader->getInt64("p", integer));
     EXPECT_EQ(reinterpret_cast<long long>(&target), integer);
 }
@@ -149,25 +147,28 @@ TEST_F(InPostcardTest, TakesTheWritersBytesOver) {
     EXPECT_EQ(nullptr, writer->getInternalBuffer()->getBuffer());
     (void)finished([&](OutPostcard& c) { EXPECT_EQ(5, c.addCard("v", writer.get())); });
     EXPECT_EQ("addBlobWithType failed 6; add card failed 5", said());
-    const Reader second(InPostcard::createInstance(writer.get()));
     writer.reset();
     EXPECT_EQ(7, number(*reader));
-    int32_t value = 0;
-    EXPECT_EQ(3, second->getInt32("v", value));
-    EXPECT_EQ("extract error 4; findName failed 4, field index 0; get simple failed 3", said());
 }
 
-TEST_F(InPostcardTest, OwnsAHandedOverStreamAndBorrowsAsTold) {
-    const Bytes bytes = bytesOf(*numbered(7));
+// Wrong frees are the sanitizers' to find.
+TEST_F(InPostcardTest, StreamsAreAdoptedBorrowedAndCopied) {
     auto* stream = new InMemoryStreamImpl;
+    EXPECT_EQ(4, stream->extract(nullptr, 1));
+    const void* adopted = new char[3]{'a', 'b', 'c'};
+    EXPECT_EQ(0, stream->setBufferOwnership(&adopted, 3));
+    EXPECT_EQ(nullptr, adopted);
+    EXPECT_EQ(3, stream->extract(nullptr, 0));
+    EXPECT_EQ(1, stream->setGetCursor(4));
+    EXPECT_EQ(0, stream->setGetCursor(2));
+    const std::unique_ptr<InMemoryStream> copy(stream->clone());
+    const Bytes bytes = bytesOf(*numbered(7));
     EXPECT_EQ(0, stream->setBufferNoDup(bytes.data(), bytes.size()));
     EXPECT_EQ(7, number(*Reader(InPostcard::createInstance(stream))));
-    const Reader borrowing(InPostcard::createInstance());
-    EXPECT_EQ(2, borrowing->init(nullptr, 4, true));
-    bool value = false;
-    EXPECT_EQ(3, borrowing->getBool("n", value));
-    EXPECT_EQ(0, borrowing->init(bytes.data(), bytes.size(), false));
-    EXPECT_EQ(7, number(*borrowing));
+    char last = 0;
+    EXPECT_EQ(0, copy->extract(&last, 1));
+    EXPECT_EQ('c', last);
+    EXPECT_EQ("extract error 4; extract error 3; setGetCursor range error", said());
 }
 
 }  // namespace

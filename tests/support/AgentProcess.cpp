@@ -7,18 +7,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <ostream>
 
 #include "support/DeviceFiles.h"
-#include "support/files.h"
 
 namespace test_support {
 namespace {
@@ -30,36 +26,12 @@ constexpr auto kPatience = std::chrono::seconds(30);
     std::abort();
 }
 
-/// A proxy of the machine's would take the requests away from the test's own servers.
-bool isProxyVariable(const std::string& entry) {
-    static constexpr std::array kNames = {"http_proxy=", "https_proxy=", "all_proxy=", "no_proxy=",
-                                          "HTTP_PROXY=", "HTTPS_PROXY=", "ALL_PROXY=", "NO_PROXY="};
-    return std::any_of(kNames.begin(), kNames.end(), [&](const char* name) { return entry.starts_with(name); });
-}
-
-std::vector<char*> pointersTo(std::vector<std::string>& texts) {
-    std::vector<char*> pointers;
-    for (std::string& text : texts) {
-        pointers.push_back(text.data());
+size_t occurrences(const std::string& text, const std::string& part) {
+    size_t found = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) {
+        ++found;
     }
-    pointers.push_back(nullptr);
-    return pointers;
-}
-
-template <typename Condition>
-bool waitUntil(int seconds, Condition condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
-
-std::string socketPath(const std::string& name) {
-    return std::string(device_files::kSocketDirectory) + "/" + name;
+    return found;
 }
 
 }  // namespace
@@ -69,7 +41,13 @@ void PrintTo(const ProcessEnd& end, std::ostream* out) {
 }
 
 AgentProcess::AgentProcess(const std::string& executable, const Options& options) {
-    mKeeper = std::thread([this, executable, options] { keep(executable, options); });
+    // A proxy of the machine's would take the requests away from the test's own servers.
+    for (const char* name : {"http_proxy", "https_proxy", "all_proxy", "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY"}) {
+        unsetenv(name);
+    }
+    std::vector<std::string> command = options.arguments;
+    command.insert(command.begin(), executable);
+    mKeeper = std::thread([this, command] { keep(command); });
     std::unique_lock lock(mMutex);
     mChanged.wait(lock, [&] { return mPid > 0; });
 }
@@ -79,40 +57,26 @@ AgentProcess::~AgentProcess() {
     mKeeper.join();
 }
 
-void AgentProcess::keep(const std::string& executable, const Options& options) {
-    std::vector<std::string> arguments{executable};
-    arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
-    std::vector<std::string> environment;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        if (!isProxyVariable(*entry)) {
-            environment.emplace_back(*entry);
-        }
+void AgentProcess::keep(std::vector<std::string> command) {
+    std::vector<char*> argv;
+    for (std::string& word : command) {
+        argv.push_back(word.data());
     }
-    environment.insert(environment.end(), options.environment.begin(), options.environment.end());
-    const std::vector<char*> argv = pointersTo(arguments);
-    const std::vector<char*> envp = pointersTo(environment);
+    argv.push_back(nullptr);
     int output[2];
-    if (pipe2(output, O_CLOEXEC) != 0) {
-        giveUp("pipe");
-    }
     const pid_t parent = getpid();
-    const pid_t child = fork();
+    const pid_t child = pipe2(output, O_CLOEXEC) == 0 ? fork() : -1;
     if (child < 0) {
-        giveUp("fork");
+        giveUp("pipe or fork");
     }
     if (child == 0) {
         // Between fork and exec of a program with threads: nothing but system calls.
         sigset_t none;
         sigemptyset(&none);
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        bool ready = getppid() == parent && dup2(output[1], 1) == 1 && dup2(output[1], 2) == 2 &&
-                     pthread_sigmask(SIG_SETMASK, &none, nullptr) == 0;
-        for (const auto& [resource, limit] : options.limits) {
-            const rlimit both{limit, limit};
-            ready = ready && setrlimit(static_cast<__rlimit_resource>(resource), &both) == 0;
-        }
-        if (ready) {
-            execve(executable.c_str(), argv.data(), envp.data());
+        if (getppid() == parent && dup2(output[1], 1) == 1 && dup2(output[1], 2) == 2 &&
+            pthread_sigmask(SIG_SETMASK, &none, nullptr) == 0) {
+            execv(argv[0], argv.data());
         }
         _exit(127);
     }
@@ -175,23 +139,14 @@ std::string AgentProcess::log() const {
     return mLog;
 }
 
-size_t AgentProcess::countLocked(const std::string& part) const {
-    size_t found = 0;
-    for (size_t at = mLog.find(part); at != std::string::npos; at = mLog.find(part, at + part.size())) {
-        ++found;
-    }
-    return found;
-}
-
 size_t AgentProcess::count(const std::string& part) const {
-    const std::lock_guard guard(mMutex);
-    return countLocked(part);
+    return occurrences(log(), part);
 }
 
 bool AgentProcess::waitForLine(const std::string& part, size_t times) const {
     std::unique_lock lock(mMutex);
-    mChanged.wait_for(lock, kPatience, [&] { return mEnd.has_value() || countLocked(part) >= times; });
-    return countLocked(part) >= times;
+    mChanged.wait_for(lock, kPatience, [&] { return mEnd.has_value() || occurrences(mLog, part) >= times; });
+    return occurrences(mLog, part) >= times;
 }
 
 size_t AgentProcess::descriptorCount() const {
@@ -199,25 +154,19 @@ size_t AgentProcess::descriptorCount() const {
     return static_cast<size_t>(std::distance(begin(directory), end(directory)));
 }
 
-size_t AgentProcess::residentKiB() const {
-    const std::string status = readFile("/proc/" + std::to_string(mPid) + "/status");
-    const size_t at = status.find("VmRSS:");
-    return at == std::string::npos ? 0 : std::strtoul(status.c_str() + at + 6, nullptr, 10);
-}
-
-bool waitForSocket(const std::string& name, int seconds) {
+bool waitForSocket(const std::string& name) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::snprintf(address.sun_path, sizeof(address.sun_path), "%s", socketPath(name).c_str());
+    std::snprintf(address.sun_path, sizeof(address.sun_path), "%s/%s", device_files::kSocketDirectory, name.c_str());
     const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const bool there = waitUntil(
-        seconds, [&] { return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0; });
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    bool there = false;
+    while (!there && std::chrono::steady_clock::now() < deadline) {
+        there = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+        std::this_thread::sleep_for(std::chrono::milliseconds(there ? 0 : 5));
+    }
     close(fd);
     return there;
-}
-
-bool waitForSocketGone(const std::string& name, int seconds) {
-    return waitUntil(seconds, [&] { return access(socketPath(name).c_str(), F_OK) != 0; });
 }
 
 }  // namespace test_support

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <condition_variable>
@@ -8,7 +7,6 @@
 #include <optional>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 namespace test_support {
@@ -31,10 +29,6 @@ class AgentProcess {
 public:
     struct Options {
         std::vector<std::string> arguments = {};
-        /// "NAME=VALUE"; added to the test's own environment, from which the proxy variables are taken out.
-        std::vector<std::string> environment = {};
-        /// Resource (RLIMIT_NOFILE, ...) and its limit.
-        std::vector<std::pair<int, rlim_t>> limits = {};
     };
 
     explicit AgentProcess(const std::string& executable) : AgentProcess(executable, Options{}) {}
@@ -58,13 +52,11 @@ public:
     /// Waits until count(part) is at least `times`; false after 30 seconds, or when the process ended without it.
     [[nodiscard]] bool waitForLine(const std::string& part, size_t times = 1) const;
 
-    /// Descriptors that the process has open, and its resident memory in KiB.
+    /// Descriptors that the process has open.
     [[nodiscard]] size_t descriptorCount() const;
-    [[nodiscard]] size_t residentKiB() const;
 
 private:
-    void keep(const std::string& executable, const Options& options);
-    [[nodiscard]] size_t countLocked(const std::string& part) const;
+    void keep(std::vector<std::string> command);
 
     mutable std::mutex mMutex;
     mutable std::condition_variable mChanged;
@@ -76,10 +68,8 @@ private:
     std::thread mKeeper;
 };
 
-/// Waits until a participant's socket exists in the device's socket directory and
-/// takes a connection; false after `seconds`.
-[[nodiscard]] bool waitForSocket(const std::string& name, int seconds = 30);
-/// The opposite: until the file is gone.
-[[nodiscard]] bool waitForSocketGone(const std::string& name, int seconds = 30);
+/// Waits until a participant's socket exists in the device's socket directory and takes a connection; false after 30
+/// seconds.
+[[nodiscard]] bool waitForSocket(const std::string& name);
 
 }  // namespace test_support

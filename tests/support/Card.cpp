@@ -6,33 +6,6 @@
 namespace test_support {
 namespace {
 
-/// Bytes of a value of a fixed width; 0 for a value with a length word, nothing for a type that does not exist.
-std::optional<size_t> widthOf(uint16_t type) {
-    switch (static_cast<Type>(type)) {
-        case Type::Int64:
-        case Type::UInt64:
-        case Type::Double:
-            return 8;
-        case Type::Int32:
-        case Type::UInt32:
-        case Type::Float:
-            return 4;
-        case Type::Int16:
-        case Type::UInt16:
-            return 2;
-        case Type::Int8:
-        case Type::UInt8:
-        case Type::Bool:
-            return 1;
-        default:
-            break;
-    }
-    const bool counted =
-        type == static_cast<uint16_t>(Type::String) || type == static_cast<uint16_t>(Type::Blob) ||
-        (type >= static_cast<uint16_t>(Type::ArrayInt64) && type <= static_cast<uint16_t>(Type::ArrayFloat));
-    return counted ? std::optional<size_t>(0) : std::nullopt;
-}
-
 template <typename T>
 std::string bytesOf(T value) {
     std::string bytes(sizeof(value), '\0');
@@ -40,60 +13,61 @@ std::string bytesOf(T value) {
     return bytes;
 }
 
-/// Takes values off the front of a byte string.
+/// Takes bytes off the front; once there are too few, nothing comes any more.
 class Reader {
 public:
     explicit Reader(const std::string& bytes) : mBytes(bytes) {}
 
+    [[nodiscard]] bool good() const { return mGood; }
     [[nodiscard]] size_t left() const { return mBytes.size() - mAt; }
 
-    std::optional<std::string> take(size_t size) {
-        if (size > left()) {
-            return std::nullopt;
-        }
-        mAt += size;
-        return mBytes.substr(mAt - size, size);
+    std::string take(size_t size) {
+        mGood = mGood && size <= left();
+        mAt += mGood ? size : 0;
+        return mGood ? mBytes.substr(mAt - size, size) : "";
     }
-
     template <typename T>
-    std::optional<T> number() {
-        const std::optional<std::string> bytes = take(sizeof(T));
-        if (!bytes.has_value()) {
-            return std::nullopt;
-        }
-        T value;
-        std::memcpy(&value, bytes->data(), sizeof(value));
+    T number() {
+        T value{};
+        const std::string bytes = take(sizeof(T));
+        std::memcpy(&value, bytes.data(), bytes.size());
         return value;
+    }
+    /// A text with a final zero, which is taken off.
+    std::string text(size_t size) {
+        std::string text = take(size);
+        mGood = mGood && text.find('\0') + 1 == text.size() && size > 0;
+        text.resize(text.empty() ? 0 : text.size() - 1);
+        return text;
+    }
+    std::string value(Type type) {
+        switch (type) {
+            case Type::Int64:
+            case Type::Double:
+                return take(8);
+            case Type::Int32:
+                return take(4);
+            case Type::Bool:
+                return take(1);
+            case Type::Card: {
+                const auto size = number<uint32_t>();
+                return bytesOf(size) + take(size);
+            }
+            case Type::String:
+                return text(number<uint32_t>());
+            case Type::Blob:
+            case Type::ArrayInt32:
+                return take(number<uint32_t>());
+        }
+        mGood = false;
+        return {};
     }
 
 private:
     const std::string& mBytes;
     size_t mAt = 0;
+    bool mGood = true;
 };
-
-std::optional<std::string> takeValue(Reader& reader, uint16_t type) {
-    if (type == static_cast<uint16_t>(Type::Card)) {
-        const auto size = reader.number<uint32_t>();
-        auto rest = size.has_value() ? reader.take(*size) : std::nullopt;
-        return rest.has_value() ? std::optional(bytesOf(*size) + *rest) : std::nullopt;
-    }
-    const std::optional<size_t> width = widthOf(type);
-    if (!width.has_value()) {
-        return std::nullopt;
-    }
-    if (*width > 0) {
-        return reader.take(*width);
-    }
-    const auto size = reader.number<uint32_t>();
-    auto value = size.has_value() ? reader.take(*size) : std::nullopt;
-    if (value.has_value() && type == static_cast<uint16_t>(Type::String)) {
-        if (value->empty() || value->back() != '\0') {
-            return std::nullopt;
-        }
-        value->pop_back();
-    }
-    return value;
-}
 
 }  // namespace
 
@@ -113,57 +87,37 @@ Card& Card::boolean(const std::string& name, bool value) {
 std::string Card::encode() const {
     std::string body;
     for (const Field& field : mFields) {
-        const auto type = static_cast<uint16_t>(field.type);
-        std::string value = field.value;
-        if (field.type == Type::String) {
-            value.push_back('\0');
+        body += bytesOf(field.type) + bytesOf(static_cast<uint16_t>(field.name.size() + 1)) + field.name + '\0';
+        const size_t end = field.type == Type::String ? 1 : 0;
+        if (end == 1 || field.type == Type::Blob || field.type == Type::ArrayInt32) {
+            body += bytesOf(static_cast<uint32_t>(field.value.size() + end));
         }
-        body += bytesOf(type) + bytesOf(static_cast<uint16_t>(field.name.size() + 1)) + field.name + '\0';
-        if (field.type != Type::Card && widthOf(type).value_or(1) == 0) {
-            body += bytesOf(static_cast<uint32_t>(value.size()));
-        }
-        body += value;
+        body += field.value + std::string(end, '\0');
     }
-    body.push_back('\0');
-    return bytesOf(static_cast<uint32_t>(body.size())) + body;
+    return bytesOf(static_cast<uint32_t>(body.size() + 1)) + body + '\0';
 }
 
 std::optional<Card> Card::decode(const std::string& bytes) {
     Reader reader(bytes);
-    const auto size = reader.number<uint32_t>();
-    if (!size.has_value() || *size != reader.left() || *size < 1 || bytes.back() != '\0') {
-        return std::nullopt;
-    }
     Card card;
-    while (reader.left() > 1) {
-        const auto type = reader.number<uint16_t>();
-        const auto name_size = reader.number<uint16_t>();
-        auto name = name_size.has_value() ? reader.take(*name_size) : std::nullopt;
-        if (!name.has_value() || name->size() < 2 || name->find('\0') != name->size() - 1) {
-            return std::nullopt;
-        }
-        name->pop_back();
-        auto value = takeValue(reader, *type);
-        if (!value.has_value()) {
-            return std::nullopt;
-        }
-        card.add(*name, static_cast<Type>(*type), std::move(*value));
+    const auto size = reader.number<uint32_t>();
+    bool good = size == reader.left() && size > 0 && bytes.back() == '\0';
+    while (good && reader.left() > 1) {
+        const auto type = reader.number<Type>();
+        const std::string name = reader.text(reader.number<uint16_t>());
+        card.add(name, type, reader.value(type));
+        good = reader.good() && !name.empty();
     }
-    return reader.left() == 1 ? std::optional(card) : std::nullopt;
-}
-
-const Field* Card::find(const std::string& name) const {
-    for (const Field& field : mFields) {
-        if (field.name == name) {
-            return &field;
-        }
-    }
-    return nullptr;
+    return good && reader.left() == 1 ? std::optional(card) : std::nullopt;
 }
 
 std::optional<std::string> Card::value(const std::string& name, Type type) const {
-    const Field* field = find(name);
-    return field != nullptr && field->type == type ? std::optional(field->value) : std::nullopt;
+    for (const Field& field : mFields) {
+        if (field.name == name) {
+            return field.type == type ? std::optional(field.value) : std::nullopt;
+        }
+    }
+    return std::nullopt;
 }
 
 std::vector<std::string> Card::names() const {
@@ -174,26 +128,13 @@ std::vector<std::string> Card::names() const {
     return names;
 }
 
-std::optional<std::string> Card::getString(const std::string& name) const {
-    return value(name, Type::String);
-}
-
-std::optional<std::string> Card::getBlob(const std::string& name) const {
-    return value(name, Type::Blob);
-}
-
 std::optional<int32_t> Card::getInt32(const std::string& name) const {
-    const std::optional<std::string> bytes = value(name, Type::Int32);
-    return bytes.has_value() ? Reader(*bytes).number<int32_t>() : std::nullopt;
-}
-
-std::optional<bool> Card::getBool(const std::string& name) const {
-    const std::optional<std::string> bytes = value(name, Type::Bool);
-    return bytes.has_value() ? std::optional(bytes->front() != '\0') : std::nullopt;
+    const auto bytes = value(name, Type::Int32);
+    return bytes.has_value() ? std::optional(Reader(*bytes).number<int32_t>()) : std::nullopt;
 }
 
 std::optional<Card> Card::getCard(const std::string& name) const {
-    const std::optional<std::string> bytes = value(name, Type::Card);
+    const auto bytes = value(name, Type::Card);
     return bytes.has_value() ? decode(*bytes) : std::nullopt;
 }
 
@@ -201,19 +142,15 @@ std::string Card::describe() const {
     constexpr size_t kLongest = 100;
     std::string text;
     for (const Field& field : mFields) {
-        std::string shown = field.value;
+        std::string shown = "(" + std::to_string(field.value.size()) + " bytes)";
         if (field.type == Type::Int32) {
-            shown = std::to_string(*Reader(field.value).number<int32_t>());
+            shown = std::to_string(Reader(field.value).number<int32_t>());
         } else if (field.type == Type::Bool) {
-            shown = field.value.front() != '\0' ? "true" : "false";
+            shown = field.value == std::string(1, '\0') ? "false" : "true";
         } else if (field.type == Type::Card) {
-            const std::optional<Card> inner = decode(field.value);
-            shown = "{" + (inner.has_value() ? inner->describe() : "damaged") + "}";
-        } else if (field.type != Type::String) {
-            shown = "(" + std::to_string(field.value.size()) + " bytes)";
-        }
-        if (shown.size() > kLongest) {
-            shown = shown.substr(0, kLongest) + "...";
+            shown = "{" + decode(field.value).value_or(Card().string("damaged", "")).describe() + "}";
+        } else if (field.type == Type::String) {
+            shown = field.value.substr(0, kLongest);
         }
         text += (text.empty() ? "" : " | ") + field.name + " " + shown;
     }

@@ -1,50 +1,42 @@
 #pragma once
 
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "support/files.h"
+
 namespace test_support {
 
-/// A certificate with its key, as PEM texts. `writeTo` makes DIR/NAME.pem and DIR/NAME.key and answers their paths.
+/// A certificate with its key, as PEM texts.
 struct Certificate {
-    struct Files {
-        std::string certificate;
-        std::string key;
-    };
-
     std::string certificatePem;
     std::string keyPem;
-
-    [[nodiscard]] Files writeTo(const std::string& directory, const std::string& name) const;
 };
 
-/// A certificate authority that lives as long as the object: EC P-256, nothing on disk unless written.
-/// Any failure of the library ends the test process: without certificates no test of this kind means anything.
+/// A certificate authority that lives as long as the object, played by the openssl program. Any failure ends the test
+/// process: without certificates no test of this kind means anything.
 class CertificateAuthority {
 public:
     explicit CertificateAuthority(const std::string& commonName = "Test Authority");
-    ~CertificateAuthority();
-    CertificateAuthority(const CertificateAuthority&) = delete;
-    CertificateAuthority& operator=(const CertificateAuthority&) = delete;
 
-    enum class Validity { Now, Expired, NotYet };
+    enum class Validity { Now, Expired };
 
     /// For a server under the given host names or IPv4 addresses.
     [[nodiscard]] Certificate issueServer(const std::vector<std::string>& names = {"localhost", "posit.localhost",
                                                                                    "127.0.0.1"},
                                           Validity validity = Validity::Now) const;
-    [[nodiscard]] Certificate issueClient(const std::string& commonName, Validity validity = Validity::Now) const;
+    [[nodiscard]] Certificate issueClient(const std::string& commonName) const;
 
     /// What a client must trust.
-    [[nodiscard]] const std::string& pem() const { return mPem; }
-    /// Writes pem() to the file.
-    void writeTo(const std::string& path) const;
+    [[nodiscard]] std::string pem() const { return readFile(mDirectory.file("ca.pem")); }
 
 private:
-    struct Issuer;
-    std::unique_ptr<Issuer> mIssuer;
-    std::string mPem;
+    [[nodiscard]] Certificate issue(const std::string& commonName, const std::string& extension,
+                                    Validity validity) const;
+    /// Runs openssl with these arguments; the names of files are those in mDirectory.
+    void openssl(const std::string& arguments) const;
+
+    TempDir mDirectory;
 };
 
 }  // namespace test_support

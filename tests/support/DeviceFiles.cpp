@@ -9,12 +9,12 @@
 namespace test_support::device_files {
 namespace {
 
-std::string asText(const Settings& settings) {
+void writeSettings(const char* path, const Settings& settings) {
     std::string text;
     for (const auto& [key, value] : settings) {
         text += key + " = " + value + "\n";
     }
-    return text;
+    writeRaw(path, text);
 }
 
 }  // namespace
@@ -32,11 +32,11 @@ void writeRaw(const std::string& path, const std::string& content) {
 }
 
 void writeMarlowConf(const Settings& settings) {
-    writeRaw(kMarlowConf, asText(settings));
+    writeSettings(kMarlowConf, settings);
 }
 
 void writeGpsConf(const Settings& settings) {
-    writeRaw(kGpsConf, asText(settings));
+    writeSettings(kGpsConf, settings);
 }
 
 void writeCaFile(const std::string& pem) {

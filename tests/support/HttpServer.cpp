@@ -39,14 +39,6 @@ extern "C" const char* __tsan_default_suppressions() {
 namespace test_support {
 namespace {
 
-constexpr auto kPatience = std::chrono::seconds(30);
-
-constexpr unsigned char kSessions[] = {'t', 'e', 's', 't'};
-
-int numberOf(const std::string& text, int otherwise) {
-    return text.empty() ? otherwise : std::atoi(text.c_str());
-}
-
 std::string lowerCase(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
@@ -54,14 +46,11 @@ std::string lowerCase(std::string text) {
 }
 
 std::string commonNameOf(const httplib::Request& request) {
-    std::string name;
-    if (request.ssl != nullptr) {
-        if (X509* certificate = SSL_get1_peer_certificate(request.ssl)) {
-            char text[256] = "";
-            X509_NAME_get_text_by_NID(X509_get_subject_name(certificate), NID_commonName, text, sizeof(text));
-            name = text;
-            X509_free(certificate);
-        }
+    X509* certificate = request.ssl != nullptr ? SSL_get1_peer_certificate(request.ssl) : nullptr;
+    char name[256] = "";
+    if (certificate != nullptr) {
+        X509_NAME_get_text_by_NID(X509_get_subject_name(certificate), NID_commonName, name, sizeof(name));
+        X509_free(certificate);
     }
     return name;
 }
@@ -85,47 +74,32 @@ void shutDownConnectionsOf(int port) {
     }
 }
 
-std::string alphabet(size_t size) {
-    std::string text(size, '\0');
-    for (size_t i = 0; i < size; ++i) {
-        text[i] = static_cast<char>('a' + i % 26);
-    }
-    return text;
-}
-
 }  // namespace
 
-std::string SeenRequest::header(const std::string& name) const {
-    const auto found = headers.find(lowerCase(name));
+std::string SeenRequest::header(const std::string& lower_case_name) const {
+    const auto found = headers.find(lower_case_name);
     return found == headers.end() ? "" : found->second;
 }
 
 struct HttpServer::Impl {
-    TempDir directory;  // for the certificates: the server takes files only
     std::unique_ptr<httplib::Server> server;
-    bool tls = false;
+    std::string scheme = "http://";
     int port = 0;
     std::thread thread;
 
     mutable std::mutex mutex;
-    mutable std::condition_variable changed;
+    std::condition_variable changed;
     std::vector<SeenRequest> seen;
     bool stopping = false;
     bool ended = false;
 
     void record(const httplib::Request& request) {
-        SeenRequest entry{request.method, request.target, {}, request.body, request.remote_port, commonNameOf(request)};
+        SeenRequest entry{request.method, {}, request.body, request.remote_port, commonNameOf(request)};
         for (const auto& [name, value] : request.headers) {
             entry.headers.emplace(lowerCase(name), value);
         }
         const std::lock_guard guard(mutex);
         seen.push_back(std::move(entry));
-        changed.notify_all();
-    }
-
-    bool sleepUnlessStopped(int milliseconds) const {
-        std::unique_lock lock(mutex);
-        return !changed.wait_for(lock, std::chrono::milliseconds(milliseconds), [&] { return stopping; });
     }
 
     void addRoutes();
@@ -135,53 +109,53 @@ struct HttpServer::Impl {
 void HttpServer::Impl::addRoutes() {
     using httplib::Request;
     using httplib::Response;
-    // Every road into a handler passes here once the body has been read, so a request is recorded exactly once.
-    const auto recorded = [this](auto handler) {
-        return [this, handler](const Request& request, Response& response) {
+    // A handler is called once the body has been read, so a request is recorded exactly once.
+    const auto route = [this](const std::string& pattern, auto handler) {
+        const auto recorded = [this, handler](const Request& request, Response& response) {
             record(request);
             handler(request, response);
         };
+        server->Get(pattern, recorded).Post(pattern, recorded);
     };
-    const auto any_method = [this](const std::string& pattern, const httplib::Server::Handler& handler) {
-        server->Get(pattern, handler).Post(pattern, handler).Put(pattern, handler).Delete(pattern, handler);
-    };
-    server->Get("/hello", recorded([](const Request&, Response& r) { r.set_content("hello\n", "text/plain"); }));
-    server->Post("/echo", recorded([](const Request& request, Response& response) {
-                     const std::string type = request.get_header_value("Content-Type");
-                     response.set_content(request.body, type.empty() ? "application/octet-stream" : type);
-                 }));
-    any_method("/status/(\\d+)", recorded([](const Request& request, Response& response) {
-                   response.status = numberOf(request.matches[1].str(), 200);
-                   if (response.status != 204 && response.status != 304) {
-                       response.set_content("status " + request.matches[1].str() + "\n", "text/plain");
-                   }
-               }));
-    server->Get("/bytes/(\\d+)", recorded([](const Request& request, Response& response) {
-                    const auto size = static_cast<size_t>(std::strtoull(request.matches[1].str().c_str(), nullptr, 10));
-                    response.set_content(alphabet(size), "application/octet-stream");
-                }));
-    server->Get("/redirect", recorded([](const Request& request, Response& response) {
-                    response.set_redirect(request.get_param_value("to"),
-                                          numberOf(request.get_param_value("code"), 302));
-                }));
-    server->Get("/slow", recorded([this](const Request& request, Response& response) {
-                    sleepUnlessStopped(numberOf(request.get_param_value("ms"), 1000));
-                    response.set_content("slow\n", "text/plain");
-                }));
-    any_method("/retry-after", recorded([](const Request& request, Response& response) {
-                   response.status = numberOf(request.get_param_value("code"), 503);
-                   response.set_header("Retry-After", request.get_param_value("value"));
-                   response.set_content("later\n", "text/plain");
-               }));
-    // What no route takes is worth seeing too.
-    any_method(".*", recorded([](const Request&, Response& response) { response.status = 404; }));
+    route("/", [](const Request&, Response& response) {
+        response.set_content("Good day from a server of this machine.\n", "text/plain");
+    });
+    route("/hello", [](const Request&, Response& response) { response.set_content("hello\n", "text/plain"); });
+    route("/echo", [](const Request& request, Response& response) {
+        const std::string type = request.get_header_value("Content-Type");
+        response.set_content(request.body, type.empty() ? "application/octet-stream" : type);
+    });
+    route("/status/(\\d+)", [](const Request& request, Response& response) {
+        response.status = std::stoi(request.matches[1]);
+        if (response.status != 204) {
+            response.set_content("status " + request.matches[1].str() + "\n", "text/plain");
+        }
+    });
+    route("/bytes/(\\d+)", [](const Request& request, Response& response) {
+        std::string text(std::stoul(request.matches[1]), '\0');
+        for (size_t i = 0; i < text.size(); ++i) {
+            text[i] = static_cast<char>('a' + i % 26);
+        }
+        response.set_content(text, "application/octet-stream");
+    });
+    route("/redirect", [](const Request& request, Response& response) {
+        const std::string code = request.get_param_value("code");
+        response.set_redirect(request.get_param_value("to"), code.empty() ? 302 : std::stoi(code));
+    });
+    route("/slow", [this](const Request& request, Response& response) {
+        const std::chrono::milliseconds delay(std::stoi(request.get_param_value("ms")));
+        std::unique_lock lock(mutex);
+        changed.wait_for(lock, delay, [&] { return stopping; });
+        response.set_content("slow\n", "text/plain");
+    });
+    route("/retry-after", [](const Request& request, Response& response) {
+        response.status = 503;
+        response.set_header("Retry-After", request.get_param_value("value"));
+        response.set_content("later\n", "text/plain");
+    });
 }
 
 void HttpServer::Impl::start() {
-    if (!server->is_valid()) {
-        std::fprintf(stderr, "test server: the certificate was not accepted\n");
-        std::abort();
-    }
     // Enough threads for clients that keep idle connections: each holds one.
     server->new_task_queue = [] { return new httplib::ThreadPool(32); };  // owned by the server
     server->set_keep_alive_max_count(1000);
@@ -190,8 +164,8 @@ void HttpServer::Impl::start() {
     server->set_tcp_nodelay(true);
     addRoutes();
     port = server->bind_to_any_port("127.0.0.1");
-    if (port <= 0) {
-        std::fprintf(stderr, "test server: no port on 127.0.0.1\n");
+    if (!server->is_valid() || port <= 0) {
+        std::fprintf(stderr, "test server: a bad certificate, or no port on 127.0.0.1\n");
         std::abort();
     }
     thread = std::thread([this] {
@@ -212,20 +186,18 @@ HttpServer::HttpServer() : mImpl(std::make_unique<Impl>()) {
 }
 
 HttpServer::HttpServer(const Tls& tls) : mImpl(std::make_unique<Impl>()) {
-    const Certificate::Files files = tls.certificate.writeTo(mImpl->directory.path(), "server");
-    std::string authority;
-    if (!tls.clientAuthority.empty()) {
-        authority = mImpl->directory.file("clients.pem");
-        writeFile(authority, tls.clientAuthority);
-    }
-    mImpl->tls = true;
-    auto server = std::make_unique<httplib::SSLServer>(files.certificate.c_str(), files.key.c_str(),
-                                                       authority.empty() ? nullptr : authority.c_str());
+    // The library takes files only, and reads them here.
+    const TempDir directory;
+    const std::string certificate = directory.write("server.pem", tls.certificate.certificatePem);
+    const std::string key = directory.write("server.key", tls.certificate.keyPem);
+    const std::string authority = directory.write("clients.pem", tls.clientAuthority);
+    mImpl->scheme = "https://";
+    auto server = std::make_unique<httplib::SSLServer>(certificate.c_str(), key.c_str(),
+                                                       tls.clientAuthority.empty() ? nullptr : authority.c_str());
     // Without a name for its sessions, a server that wants certificates breaks off the handshake of whoever resumes one.
-    if (server->is_valid() &&
-        SSL_CTX_set_session_id_context(server->ssl_context(), kSessions, sizeof(kSessions)) != 1) {
-        std::fprintf(stderr, "test server: no name for its sessions\n");
-        std::abort();
+    constexpr unsigned char kSessions[] = {'t', 'e', 's', 't'};
+    if (server->is_valid()) {
+        SSL_CTX_set_session_id_context(server->ssl_context(), kSessions, sizeof(kSessions));
     }
     mImpl->server = std::move(server);
     mImpl->start();
@@ -246,12 +218,8 @@ HttpServer::~HttpServer() {
     mImpl->thread.join();
 }
 
-int HttpServer::port() const {
-    return mImpl->port;
-}
-
 std::string HttpServer::url(const std::string& path, const std::string& host) const {
-    return (mImpl->tls ? "https://" : "http://") + host + ":" + std::to_string(mImpl->port) + path;
+    return mImpl->scheme + host + ":" + std::to_string(mImpl->port) + path;
 }
 
 std::vector<SeenRequest> HttpServer::requests() const {
@@ -259,18 +227,11 @@ std::vector<SeenRequest> HttpServer::requests() const {
     return mImpl->seen;
 }
 
-size_t HttpServer::requestCount() const {
-    const std::lock_guard guard(mImpl->mutex);
-    return mImpl->seen.size();
-}
-
 bool HttpServer::waitForRequests(size_t count) const {
-    std::unique_lock lock(mImpl->mutex);
-    return mImpl->changed.wait_for(lock, kPatience, [&] { return mImpl->seen.size() >= count; });
-}
-
-bool HttpServer::sleepUnlessStopped(int milliseconds) const {
-    return mImpl->sleepUnlessStopped(milliseconds);
+    for (int wait = 0; wait < 3000 && requestCount() < count; ++wait) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return requestCount() >= count;
 }
 
 }  // namespace test_support

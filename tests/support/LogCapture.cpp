@@ -10,70 +10,63 @@
 #include <mutex>
 
 namespace test_support {
-
-struct LogCapture::State {
-    mutable std::mutex mutex;
-    mutable std::condition_variable arrived;
-    std::vector<LogLine> lines;
-
-    [[nodiscard]] size_t countLocked(const std::string& part) const {
-        return static_cast<size_t>(std::count_if(lines.begin(), lines.end(), [&](const LogLine& line) {
-            return line.text.find(part) != std::string::npos;
-        }));
-    }
-};
-
 namespace {
 
-// Never destroyed: threads of a test may log until the very end of the process.
-std::mutex& registryMutex() {
-    static auto* mutex = new std::mutex;
-    return *mutex;
+struct Registry {
+    std::mutex mutex;
+    std::condition_variable arrived;
+    std::vector<std::vector<LogLine>*> captures;
+};
+
+/// Never destroyed: threads of a test may log until the very end of the process.
+Registry& registry() {
+    static auto* instance = new Registry;
+    return *instance;
 }
 
-std::vector<std::shared_ptr<LogCapture::State>>& registry() {
-    static auto* captures = new std::vector<std::shared_ptr<LogCapture::State>>;
-    return *captures;
+size_t occurrences(const std::vector<LogLine>& lines, const std::string& part) {
+    return static_cast<size_t>(std::count_if(
+        lines.begin(), lines.end(), [&](const LogLine& line) { return line.text.find(part) != std::string::npos; }));
 }
 
 }  // namespace
 
-LogCapture::LogCapture() : mState(std::make_shared<State>()) {
-    const std::lock_guard guard(registryMutex());
-    registry().push_back(mState);
+LogCapture::LogCapture() {
+    const std::lock_guard guard(registry().mutex);
+    registry().captures.push_back(&mLines);
 }
 
 LogCapture::~LogCapture() {
-    const std::lock_guard guard(registryMutex());
-    std::erase(registry(), mState);
+    const std::lock_guard guard(registry().mutex);
+    std::erase(registry().captures, &mLines);
 }
 
 std::vector<LogLine> LogCapture::lines() const {
-    const std::lock_guard guard(mState->mutex);
-    return mState->lines;
+    const std::lock_guard guard(registry().mutex);
+    return mLines;
 }
 
 std::vector<std::string> LogCapture::texts() const {
     std::vector<std::string> result;
-    for (LogLine& line : lines()) {
-        result.push_back(std::move(line.text));
+    for (const LogLine& line : lines()) {
+        result.push_back(line.text);
     }
     return result;
 }
 
 size_t LogCapture::count(const std::string& part) const {
-    const std::lock_guard guard(mState->mutex);
-    return mState->countLocked(part);
+    return occurrences(lines(), part);
 }
 
 bool LogCapture::waitFor(const std::string& part, size_t times) const {
-    std::unique_lock lock(mState->mutex);
-    return mState->arrived.wait_for(lock, std::chrono::seconds(30), [&] { return mState->countLocked(part) >= times; });
+    std::unique_lock lock(registry().mutex);
+    return registry().arrived.wait_for(lock, std::chrono::seconds(30),
+                                       [&] { return occurrences(mLines, part) >= times; });
 }
 
 void LogCapture::clear() {
-    const std::lock_guard guard(mState->mutex);
-    mState->lines.clear();
+    const std::lock_guard guard(registry().mutex);
+    mLines.clear();
 }
 
 }  // namespace test_support
@@ -84,11 +77,11 @@ extern "C" int __android_log_print(int priority, const char* tag, const char* fo
     va_start(args, format);
     const int length = std::vsnprintf(text, sizeof(text), format, args);
     va_end(args);
-    const std::lock_guard guard(test_support::registryMutex());
-    for (const auto& capture : test_support::registry()) {
-        const std::lock_guard state_guard(capture->mutex);
-        capture->lines.push_back({priority, tag != nullptr ? tag : "", text});
-        capture->arrived.notify_all();
+    test_support::Registry& registry = test_support::registry();
+    const std::lock_guard guard(registry.mutex);
+    for (std::vector<test_support::LogLine>* lines : registry.captures) {
+        lines->push_back({priority, tag != nullptr ? tag : "", text});
     }
+    registry.arrived.notify_all();
     return length;
 }

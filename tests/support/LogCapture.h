@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -34,10 +33,8 @@ public:
     [[nodiscard]] bool waitFor(const std::string& part, size_t times = 1) const;
     void clear();
 
-    struct State;
-
 private:
-    std::shared_ptr<State> mState;
+    std::vector<LogLine> mLines;
 };
 
 }  // namespace test_support

@@ -1,11 +1,10 @@
 #pragma once
 
-#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <list>
-#include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -13,40 +12,30 @@ namespace test_support {
 
 class RawServer;
 
-/// One accepted connection in the hands of a script. Every call ends early, with a failure, once the server stops.
+/// One accepted connection in the hands of a script. Every call ends early once the server stops.
 class RawConnection {
 public:
-    RawConnection(int fd, size_t number, const RawServer& server) : mFd(fd), mNumber(number), mServer(server) {}
-
-    /// 0 for the server's first connection, and so on.
-    [[nodiscard]] size_t number() const { return mNumber; }
+    RawConnection(int fd, RawServer& server) : mFd(fd), mServer(server) {}
 
     /// Reads a whole request: the head, and as much body as its Content-Length says. Empty when the client left.
     [[nodiscard]] std::string readRequest();
-    /// False when the client no longer takes it.
+    /// Until the client no longer takes it; false then.
     bool sendAll(const std::string& bytes);
-    /// The same, one piece at a time with a pause before each.
-    bool drip(const std::string& bytes, size_t pieceSize, int pauseMilliseconds);
-    /// Closes so that the client sees a reset instead of an orderly end.
+    /// From now on the end of the script is a reset for the client instead of an orderly end.
     void reset();
     /// Does nothing until the client goes away or the server stops.
     void stall();
     /// False as soon as the server stops.
-    [[nodiscard]] bool sleep(int milliseconds) const;
+    [[nodiscard]] bool sleep(int milliseconds);
 
 private:
-    friend class RawServer;
-    /// True when the descriptor is ready; false when the server stops.
-    bool waitFor(short events) const;
-
     int mFd;
-    size_t mNumber;
-    const RawServer& mServer;
+    RawServer& mServer;
 };
 
 /// A TCP server on a free port of 127.0.0.1 that does to each connection what a script says: for servers that no HTTP
-/// library would play. Each connection has a thread of its own; the destructor ends them all promptly and closes every
-/// descriptor. A script's connection is closed when the script returns.
+/// library would play. Each connection has a thread of its own and is closed when its script returns; the destructor
+/// ends them all promptly.
 class RawServer {
 public:
     using Script = std::function<void(RawConnection&)>;
@@ -56,10 +45,8 @@ public:
     RawServer(const RawServer&) = delete;
     RawServer& operator=(const RawServer&) = delete;
 
-    [[nodiscard]] int port() const { return mPort; }
-    [[nodiscard]] std::string url(const std::string& path = "/", const std::string& scheme = "http") const;
-    /// Connections accepted so far.
-    [[nodiscard]] size_t connectionCount() const { return mAccepted.load(); }
+    [[nodiscard]] std::string url(const std::string& path = "/") const;
+    /// Waits until so many were accepted; false after 30 seconds.
     [[nodiscard]] bool waitForConnections(size_t count) const;
 
     /// A script that reads the request, answers with these bytes and closes.
@@ -70,23 +57,18 @@ public:
 
 private:
     friend class RawConnection;
-    struct Running {
-        std::thread thread;
-        std::atomic<bool> done{false};
-    };
-
     void acceptLoop();
-    void reapDone();
 
     Script mScript;
     int mListener = -1;
-    /// Readable once the server stops; polled beside every wait.
-    int mStopEvent = -1;
     int mPort = 0;
-    std::atomic<size_t> mAccepted{0};
     mutable std::mutex mMutex;
     mutable std::condition_variable mChanged;
-    std::list<Running> mRunning;  // touched by the accepting thread, and by the destructor after that has ended
+    bool mStopping = false;
+    size_t mAccepted = 0;
+    std::set<int> mOpen;
+    std::list<std::thread> mRunning;  // touched by the accepting thread, and by the destructor after that has ended
+    std::list<std::list<std::thread>::iterator> mDone;  // of mRunning: joined with the next connection
     std::thread mAcceptor;
 };
 

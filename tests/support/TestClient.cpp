@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -42,41 +41,35 @@ sockaddr_un addressOf(const std::string& participant) {
 /// A memory file that holds the bytes and can never change again.
 int sealedFile(const std::string& bytes) {
     const int file = memfd_create("message", MFD_CLOEXEC | MFD_ALLOW_SEALING);
-    size_t written = 0;
-    while (file >= 0 && written < bytes.size()) {
-        const ssize_t size = write(file, bytes.data() + written, bytes.size() - written);
-        if (size < 0) {
-            giveUp("write to a memory file");
-        }
-        written += static_cast<size_t>(size);
-    }
-    if (file < 0 || fcntl(file, F_ADD_SEALS, kAllSeals) != 0) {
+    if (write(file, bytes.data(), bytes.size()) != std::ssize(bytes) || fcntl(file, F_ADD_SEALS, kAllSeals) != 0) {
         giveUp("memory file");
     }
     return file;
 }
 
 std::string contentOf(int file) {
-    struct stat status {};
-    if (fcntl(file, F_GET_SEALS) != kAllSeals || fstat(file, &status) != 0) {
+    std::string bytes(static_cast<size_t>(lseek(file, 0, SEEK_END)), '\0');
+    if (fcntl(file, F_GET_SEALS) != kAllSeals || pread(file, bytes.data(), bytes.size(), 0) != std::ssize(bytes)) {
         giveUp("a large message came in something that is no sealed memory file");
-    }
-    std::string bytes(static_cast<size_t>(status.st_size), '\0');
-    size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t size = pread(file, bytes.data() + done, bytes.size() - done, static_cast<off_t>(done));
-        if (size <= 0) {
-            giveUp("read of a memory file");
-        }
-        done += static_cast<size_t>(size);
     }
     return bytes;
 }
 
-/// Room for exactly one descriptor beside a message.
-union Control {
-    cmsghdr header;
-    char space[CMSG_SPACE(sizeof(int))];
+/// A message with room for exactly one descriptor.
+struct Message {
+    explicit Message(std::string& payload) : part{payload.data(), payload.size()} {
+        header.msg_iov = &part;
+        header.msg_iovlen = 1;
+        header.msg_control = &control;
+        header.msg_controllen = sizeof(control);
+    }
+
+    iovec part;
+    msghdr header{};
+    union {
+        cmsghdr header;
+        char space[CMSG_SPACE(sizeof(int))];
+    } control{};
 };
 
 }  // namespace
@@ -98,33 +91,25 @@ TestClient::~TestClient() {
 
 int TestClient::send(const std::string& participant, const std::string& bytes) {
     sockaddr_un address = addressOf(participant);
-    std::string payload = bytes;
-    Control control{};
-    msghdr message{};
-    message.msg_name = &address;
-    message.msg_namelen = sizeof(address);
-    int file = -1;
-    if (bytes.size() > kLargestDatagram) {
-        file = sealedFile(bytes);
-        payload = std::string(1, '\0');
-        message.msg_control = &control;
-        message.msg_controllen = sizeof(control);
-        cmsghdr* header = CMSG_FIRSTHDR(&message);
-        header->cmsg_level = SOL_SOCKET;
-        header->cmsg_type = SCM_RIGHTS;
-        header->cmsg_len = CMSG_LEN(sizeof(int));
-        std::memcpy(CMSG_DATA(header), &file, sizeof(file));
+    const bool large = bytes.size() > kLargestDatagram;
+    const int file = large ? sealedFile(bytes) : -1;
+    std::string payload = large ? std::string(1, '\0') : bytes;
+    Message message(payload);
+    message.header.msg_name = &address;
+    message.header.msg_namelen = sizeof(address);
+    if (large) {
+        message.control.header = {CMSG_LEN(sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
+        std::memcpy(CMSG_DATA(&message.control.header), &file, sizeof(file));
+    } else {
+        message.header.msg_controllen = 0;
     }
-    iovec part{payload.data(), payload.size()};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
     // A socket of its own: a full receiver must not hold back what goes to others. A blocking send waits for room.
     const int sender = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     const timeval patience{30, 0};
     setsockopt(sender, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience));
-    const int error = sendmsg(sender, &message, MSG_NOSIGNAL) < 0 ? errno : 0;
+    const int error = sendmsg(sender, &message.header, MSG_NOSIGNAL) < 0 ? errno : 0;
     close(sender);
-    if (file >= 0) {
+    if (large) {
         close(file);
     }
     return error;
@@ -142,27 +127,20 @@ std::optional<std::string> TestClient::receiveBytes(std::chrono::milliseconds li
         return std::nullopt;
     }
     std::string payload(kLargestDatagram + 1, '\0');
-    iovec part{payload.data(), payload.size()};
-    Control control{};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = &control;
-    message.msg_controllen = sizeof(control);
-    const ssize_t size = recvmsg(mFd, &message, MSG_CMSG_CLOEXEC);
-    if (size < 0 || (message.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) != 0) {
+    Message message(payload);
+    const ssize_t size = recvmsg(mFd, &message.header, MSG_CMSG_CLOEXEC);
+    if (size < 0 || (message.header.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) != 0) {
         giveUp("a message over 64 KiB came as a plain datagram, or with more than one descriptor");
     }
     payload.resize(static_cast<size_t>(size));
-    const cmsghdr* header = CMSG_FIRSTHDR(&message);
-    if (header == nullptr) {
+    if (message.header.msg_controllen == 0) {
         return payload;
     }
-    int file = -1;
-    std::memcpy(&file, CMSG_DATA(header), sizeof(file));
-    if (header->cmsg_type != SCM_RIGHTS || payload.size() != 1) {
+    if (message.control.header.cmsg_type != SCM_RIGHTS || size != 1) {
         giveUp("a large message's datagram is not of one byte with one descriptor");
     }
+    int file = -1;
+    std::memcpy(&file, CMSG_DATA(&message.control.header), sizeof(file));
     std::string bytes = contentOf(file);
     close(file);
     return bytes;
@@ -191,17 +169,11 @@ std::optional<Card> TestClient::receive(std::chrono::milliseconds limit) {
     }
 }
 
-Card TestClient::get(const std::string& to, const std::string& url, int32_t txId, int32_t timeoutSec) const {
+Card TestClient::request(const std::string& req, const std::string& to, const std::string& url, int32_t txId,
+                         int32_t timeoutSec) const {
     Card card;
-    card.string("FROM", mName).string("TO", to).string("REQ", "GET").int32("TX-ID", txId);
+    card.string("FROM", mName).string("TO", to).string("REQ", req).int32("TX-ID", txId);
     return card.string("URL", url).int32("TIMEOUT-SEC", timeoutSec);
-}
-
-Card TestClient::post(const std::string& to, const std::string& url, const std::string& body, int32_t txId,
-                      int32_t timeoutSec) const {
-    Card card;
-    card.string("FROM", mName).string("TO", to).string("REQ", "POST").int32("TX-ID", txId);
-    return card.string("URL", url).int32("TIMEOUT-SEC", timeoutSec).blob("POST-DATA", body);
 }
 
 std::optional<Card> TestClient::exchange(const Card& request, std::chrono::milliseconds limit) {

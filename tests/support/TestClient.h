@@ -35,14 +35,21 @@ public:
     [[nodiscard]] std::optional<Card> receiveAny(std::chrono::milliseconds limit = std::chrono::seconds(30));
 
     /// FROM this client, TO, REQ, TX-ID, URL, TIMEOUT-SEC; add to it what the case needs.
-    [[nodiscard]] Card get(const std::string& to, const std::string& url, int32_t txId, int32_t timeoutSec = 60) const;
+    [[nodiscard]] Card get(const std::string& to, const std::string& url, int32_t txId, int32_t timeoutSec = 60) const {
+        return request("GET", to, url, txId, timeoutSec);
+    }
     [[nodiscard]] Card post(const std::string& to, const std::string& url, const std::string& body, int32_t txId,
-                            int32_t timeoutSec = 60) const;
+                            int32_t timeoutSec = 60) const {
+        return request("POST", to, url, txId, timeoutSec).blob("POST-DATA", body);
+    }
     /// Sends and receives one message.
     [[nodiscard]] std::optional<Card> exchange(const Card& request,
                                                std::chrono::milliseconds limit = std::chrono::seconds(30));
 
 private:
+    [[nodiscard]] Card request(const std::string& req, const std::string& to, const std::string& url, int32_t txId,
+                               int32_t timeoutSec) const;
+
     std::string mName;
     int mFd = -1;
 };

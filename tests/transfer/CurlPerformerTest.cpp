@@ -4,7 +4,6 @@
 
 #include <climits>
 #include <cstdlib>
-#include <filesystem>
 #include <thread>
 
 #include "base/log.h"
@@ -15,7 +14,6 @@
 #include "support/HttpServer.h"
 #include "support/LogCapture.h"
 #include "support/RawServer.h"
-#include "support/files.h"
 #include "transfer/Messages.h"
 #include "transfer/TransferSettings.h"
 #include "transfer/WorkerCommand.h"
@@ -79,8 +77,6 @@ protected:
         log_set_global_level(EL_VERBOSE);
         setenv("no_proxy", "*", 1);
     }
-    ~CurlPerformerTest() override { transferSettings() = {}; }
-
     void push(std::unique_ptr<MqMsgWrapper> job, int32_t kind = WorkerCommand::kPerform) {
         EXPECT_EQ(worker->commandQueue()->push(new WorkerCommand{kind, std::move(job)}), 0);
     }
@@ -115,7 +111,7 @@ protected:
     test_support::HttpServer server;
 };
 
-TEST_F(CurlPerformerTest, RejectedRequestsLeaveACodeAndNoResult) {
+TEST_F(CurlPerformerTest, RejectedRequestsLeaveACodeAndNoResultUnlessAskedFor) {
     const std::string url = server.url("/hello");
     const Card a_get = get(url);
     const Card a_post = post(url, "body");
@@ -157,8 +153,33 @@ TEST_F(CurlPerformerTest, RejectedRequestsLeaveACodeAndNoResult) {
         EXPECT_EQ(log.contains("[worker] ignoring unknown request "), test.code == 6 && test.what[0] != 'n');
         EXPECT_EQ(log.contains("[worker] perform: already timed out"), test.code == 27);
         EXPECT_TRUE(results.empty()) << test.what;
+
+        transferSettings().replyToRejected = true;
+        push(messageOf(test.bytes));
+        run();
+        transferSettings().replyToRejected = false;
+        EXPECT_TRUE(log.contains("[worker] perform failed " + std::to_string(test.code))) << test.what;
+        const auto card = messageOf(test.bytes);
+        const char* req = nullptr;
+        int32_t tx_id = 0;
+        const bool answerable =
+            test.code != 5 && card->card()->getString("REQ", &req) == 0 && card->card()->getInt32("TX-ID", tx_id) == 0;
+        EXPECT_EQ(answerable, test.code != 5 && test.code != 7 && test.code != 8) << test.what;
+        ASSERT_EQ(results.size(), answerable ? 1U : 0U) << test.what;
+        if (answerable) {
+            EXPECT_EQ(results.front().describe(), std::string("FROM agent | TO client | TX-ID 7 | RESP ") + req +
+                                                      " | CURL-TIMEOUT false | CURL-ERROR request rejected " +
+                                                      std::to_string(test.code) + " | HTTP-RESP-DATA-SIZE 0");
+        } else {
+            EXPECT_TRUE(log.contains("[agent] notifyHttpResult failed 2")) << test.what;
+        }
     }
     EXPECT_EQ(server.requestCount(), 0U);
+    EXPECT_EQ(CurlPerformer::curl_data_handler(nullptr, 1, 5, nullptr), 0U);
+    EXPECT_EQ(CurlPerformer::curl_header_handler(nullptr, 1, 5, nullptr), 0U);
+    push(nullptr);
+    run();
+    EXPECT_TRUE(log.contains("perform failed 3"));
     push(messageOf(a_get));
     run(false);
     EXPECT_TRUE(log.contains("[agent] notifyHttpResult failed 12"));
@@ -223,23 +244,6 @@ TEST_F(CurlPerformerTest, PostsSendTheirHeaders) {
     }
 }
 
-TEST_F(CurlPerformerTest, OnlyAnsweredPostsAreArchivedBothWays) {
-    const test_support::TempDir directory;
-    transferSettings() = {.rootDirectory = directory.path().c_str(), .saveMask = 2};
-    const std::string urls[] = {server.url("/status/404"), server.url("/status/204"), "http://127.0.0.1:1/"};
-    for (int32_t tx_id = 0; tx_id < 3; ++tx_id) {
-        const Card rest = without(without(post(urls[tx_id], "asked"), "FROM"), "TX-ID");
-        (void)perform(Card(rest).string("FROM", "KV-CS").int32("TX-ID", tx_id));
-    }
-    (void)perform(without(get(server.url("/hello")), "FROM").string("FROM", "KV-CS").blob("POST-DATA", "asked"));
-    std::vector<std::string> files;
-    for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
-        files.push_back(entry.path().filename());
-    }
-    EXPECT_THAT(files, testing::UnorderedElementsAre("KV-CS_req_0.bin", "KV-CS_resp_0.bin", "KV-CS_req_1.bin",
-                                                     "KV-CS_req_2.bin"));
-}
-
 TEST_F(CurlPerformerTest, TimeInTheQueueCountsAndOneSecondIsKept) {
     const struct {
         double waited;
@@ -290,7 +294,7 @@ TEST_F(CurlPerformerTest, InterruptEndsTheTransferAndEveryLaterOne) {
     });
     run();  // an hour later otherwise
     ASSERT_EQ(results.size(), 2U);
-    EXPECT_EQ(results[0].getBool("CURL-TIMEOUT"), false);
+    EXPECT_THAT(results[0].describe(), testing::HasSubstr("CURL-TIMEOUT false"));
     EXPECT_TRUE(results[1].getString("CURL-ERROR").has_value());
     EXPECT_EQ(server.requestCount(), 0U);
 }

@@ -55,17 +55,6 @@ TEST(TlsFilesDeathTest, TheAuthoritiesAreChosenOnceForAll) {
     }
 }
 
-TEST(TlsFiles, DeviceFilesAreLookedForAnew) {
-    const LogCapture log;
-    device_files::reset();
-    for (const bool present : {false, true, false}) {
-        EXPECT_EQ(deviceCertificatePresent(), present);
-        device_files::writeRaw(device_files::kDeviceCertificate, "certificate");
-        EXPECT_EQ(deviceCertificatePresent(), present) << "the certificate alone does not help";
-        present ? device_files::reset() : device_files::writeRaw(device_files::kDeviceKey, "key");
-    }
-}
-
 TEST(TlsFiles, ServiceUrlsAreKnownByThirteenCharacters) {
     const std::string prefix = SERVICE_HOST_PREFIX;
     ASSERT_EQ(prefix.size(), 13U);

@@ -51,6 +51,10 @@ int bodySize(Dice& dice) {
                        : dice.between(300000, 900000);
 }
 
+std::string overTls(const test_support::RawServer& server) {
+    return "https" + server.url("/").substr(4);
+}
+
 /// How much of a message it takes until its TX-ID can be read.
 size_t nameableSize(const std::string& bytes) {
     return bytes.find("TX-ID") + std::string("TX-ID").size() + 1 + sizeof(int32_t);
@@ -104,10 +108,10 @@ Catalogue::Draft Catalogue::goodGet(Dice& dice, const std::string& from, const s
             return made;
         }
         case 2: {
-            static const std::vector<int> kStatuses = {200, 201, 204, 304, 400, 403, 404, 418, 429, 500, 503};
+            static const std::vector<int> kStatuses = {200, 201, 204, 400, 403, 404, 418, 429, 500, 503};
             const int status = dice.pick(kStatuses);
             Draft made = get(" status", "/status/" + std::to_string(status));
-            made.serves(status, status == 204 || status == 304 ? "" : "status " + std::to_string(status) + "\n");
+            made.serves(status, status == 204 ? "" : "status " + std::to_string(status) + "\n");
             return made;
         }
         case 3: {
@@ -210,9 +214,9 @@ Plan Catalogue::failing(Dice& dice, const std::string& from, const std::string& 
     const std::vector<std::pair<std::string, std::string>> urls = {
         {"refused", mServers.refusedUrl()},
         {"reset at once", mServers.resetting.url("/")},
-        {"reset in the handshake", mServers.resetting.url("/", "https")},
+        {"reset in the handshake", overTls(mServers.resetting)},
         {"answer before the request", mServers.blurting.url("/")},
-        {"no handshake", mServers.blurting.url("/", "https")},
+        {"no handshake", overTls(mServers.blurting)},
         {"certificate expired", mServers.expired.url("/hello", "localhost")},
         {"certificate unknown", mServers.unknown.url("/hello", "localhost")},
         {"certificate's name", mServers.wrongName.url("/hello", "localhost")},
@@ -242,10 +246,10 @@ Plan Catalogue::stalling(Dice& dice, const std::string& from, const std::string&
     const int die = dice.between(1, 7);
     const std::string& path = dice.pick(kPaths);
     const int32_t timeout = dice.between(3, 5);
-    Draft made =
-        die == 1   ? draft("stalls in the handshake", from, controller, "GET", mServers.raw.url("/", "https"), timeout)
-        : die == 2 ? draft("stalls at the name", from, controller, "GET", "http://no-such-host.invalid/", timeout)
-                   : draft("stalls " + path, from, controller, "GET", mServers.raw.url(path), timeout);
+    Draft made = die == 1 ? draft("stalls in the handshake", from, controller, "GET", overTls(mServers.raw), timeout)
+                 : die == 2
+                     ? draft("stalls at the name", from, controller, "GET", "http://no-such-host.invalid/", timeout)
+                     : draft("stalls " + path, from, controller, "GET", mServers.raw.url(path), timeout);
     made.expect(kTimedOut | kFailed | kQueuedTimedOut | kActiveTimedOut | (mReplies ? kRejected : 0U));
     return finish(std::move(made));
 }

@@ -18,6 +18,15 @@ namespace {
 
 constexpr const char* kKept = "kept to the last byte";
 
+/// One byte at a time; ends early with the client, or with the server's life.
+void drip(RawConnection& connection, const std::string& bytes, int pauseMilliseconds) {
+    for (const char byte : bytes) {
+        if (!connection.sleep(pauseMilliseconds) || !connection.sendAll(std::string(1, byte))) {
+            return;
+        }
+    }
+}
+
 /// True when the path was one of those that end badly at once.
 bool endBadly(RawConnection& connection, const std::string& path) {
     const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n";
@@ -80,7 +89,7 @@ void takeForever(RawConnection& connection, const std::string& path) {
     } else if (path == "/stall-body") {
         connection.sendAll("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n0123456789");
     } else if (path == "/drip-slow") {
-        connection.drip(RawServer::response("200 OK", {}, std::string(4000, 'd')), 1, 50);
+        drip(connection, RawServer::response("200 OK", {}, std::string(4000, 'd')), 50);
     } else if (path == "/endless-head") {
         connection.sendAll("HTTP/1.1 200 OK\r\n");
         for (int line = 0; connection.sleep(2); ++line) {
@@ -100,7 +109,7 @@ void misbehave(RawConnection& connection) {
     }
     const std::string path = request.substr(at + 1, request.find(' ', at + 1) - at - 1);
     if (path == "/drip") {
-        connection.drip(RawServer::response("200 OK", {}, kKept), 1, 1);
+        drip(connection, RawServer::response("200 OK", {}, kKept), 1);
     } else if (path == "/short-length") {
         connection.sendAll("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 4\r\n\r\n" + std::string(kKept));
     } else if (path == "/chunked") {

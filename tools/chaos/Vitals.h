@@ -17,9 +17,8 @@ struct Vitals {
     size_t connections = 0;
 
     [[nodiscard]] static Vitals of(pid_t process);
-    /// The same, once it does not hold more than `before` in descriptors any more: what is being closed at the moment
-    /// is no leak. Gives up after some seconds.
-    [[nodiscard]] static Vitals settled(pid_t process, const Vitals& before);
+    /// The least of some seconds: a look-up that nobody waits for any more may still hold its socket.
+    [[nodiscard]] static Vitals settled(pid_t process);
     [[nodiscard]] std::string text() const;
 };
 

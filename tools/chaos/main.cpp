@@ -46,6 +46,8 @@ struct Options {
 constexpr auto kPatience = std::chrono::seconds(kSanitized ? 60 : 30);
 /// More of them say nothing new.
 constexpr size_t kMostViolations = 20;
+/// The agent's log is kept in memory: a longer run is several, each with a seed of its own.
+constexpr int kLongestRoundSec = 200;
 constexpr double kLeastGood = 0.6;
 
 /// Lets the actors play for some seconds, then waits for the replies they are owed.
@@ -69,7 +71,7 @@ void playFor(Stage& stage, Crowd& crowd, int seconds) {
 }
 
 /// @return whether all is well
-bool runWith(const Options& options, bool replies, int seconds) {
+bool runRound(const Options& options, bool replies, int seconds) {
     using namespace test_support;
     std::printf("chaos: seed %llu, %s, %d s, %d clients\n", static_cast<unsigned long long>(options.seed),
                 replies ? "rejected requests get an answer" : "rejected requests get no answer", seconds,
@@ -84,7 +86,7 @@ bool runWith(const Options& options, bool replies, int seconds) {
     device_files::writeMarlowConf(settings);
 
     Ledger ledger(options.seed);
-    AgentProcess agent(options.agent, {.environment = {"ASAN_OPTIONS=quarantine_size_mb=8:detect_leaks=1"}});
+    AgentProcess agent(options.agent);
     if (!waitForSocket(kControllers[0]) || !waitForSocket(kControllers[1])) {
         std::fprintf(stderr, "chaos: the agent did not come up\n%s\n", agent.log().c_str());
         return false;
@@ -99,9 +101,9 @@ bool runWith(const Options& options, bool replies, int seconds) {
         Crowd crowd(stage, options.clients);
         const int warm_up = std::min(20, seconds / 3);
         playFor(stage, crowd, warm_up);
-        before = Vitals::settled(agent.pid(), {});
+        before = Vitals::settled(agent.pid());
         playFor(stage, crowd, seconds - warm_up);
-        after = Vitals::settled(agent.pid(), before);
+        after = Vitals::settled(agent.pid());
         ledger.close();
         repairs = repairer != nullptr ? repairer->repairs() : 0;
     }
@@ -138,7 +140,7 @@ bool runWith(const Options& options, bool replies, int seconds) {
     std::printf("%s%zu violations\n\n", list.substr(0, 20000).c_str(), violations.size());
     std::fflush(stdout);
     if (!violations.empty() && !options.keep.empty()) {
-        const std::string name = options.keep + "/key" + (replies ? "1" : "0");
+        const std::string name = options.keep + "/" + std::to_string(options.seed) + "-key" + (replies ? "1" : "0");
         std::filesystem::create_directories(options.keep);
         writeFile(name + "-agent.log", log);
         writeFile(name + "-report.txt", table + list);
@@ -186,15 +188,28 @@ Options parse(int count, char** arguments) {
 
 int run(const Options& options) {
     // However it hangs, it ends, and the agent with it.
-    alarm(static_cast<unsigned>(options.seconds) + 600);
+    alarm(static_cast<unsigned>(2 * options.seconds) + 600);
     // A hundred connections and sockets, some of them twice for a moment.
     const rlimit files{4096, 4096};
     (void)setrlimit(RLIMIT_NOFILE, &files);
-    bool well = true;
-    const bool both = options.key == "both";
+    // What is free shall be seen to be: the agent's heap and the sanitizer give it back. Before any thread.
+    (void)setenv("MALLOC_TRIM_THRESHOLD_", "65536", 1);
+    (void)setenv("MALLOC_MMAP_THRESHOLD_", "65536", 1);
+    (void)setenv("ASAN_OPTIONS", "quarantine_size_mb=8:detect_leaks=1", 1);
+    std::vector<bool> keys;
     for (const bool replies : {false, true}) {
-        if (both || options.key == (replies ? "1" : "0")) {
-            well = runWith(options, replies, both ? options.seconds / 2 : options.seconds) && well;
+        if (options.key == "both" || options.key == (replies ? "1" : "0")) {
+            keys.push_back(replies);
+        }
+    }
+    const int share = options.seconds / static_cast<int>(keys.size());
+    const int rounds = (share + kLongestRoundSec - 1) / kLongestRoundSec;
+    bool well = true;
+    for (int round = 0; round < rounds; ++round) {
+        Options these = options;
+        these.seed += static_cast<uint64_t>(round);
+        for (const bool replies : keys) {
+            well = runRound(these, replies, share / rounds) && well;
         }
     }
     return well ? EXIT_SUCCESS : EXIT_FAILURE;

@@ -110,8 +110,8 @@ std::string cardToText(const Fields& fields, size_t indent) {
     for (const Field& field : fields) {
         const std::string name = printable(field.name);
         const std::string type = field.type->name;
-        result += std::string(indent, ' ') + name + std::string(name_width - columnsOf(name) + 2, ' ') + type +
-                  std::string(type_width - type.size() + 2, ' ') + valueText(field, false) + '\n';
+        result.append(indent, ' ').append(name).append(name_width - columnsOf(name) + 2, ' ');
+        result.append(type).append(type_width - type.size() + 2, ' ').append(valueText(field, false)) += '\n';
         result += cardToText(field.fields, indent + 2);
     }
     return result;

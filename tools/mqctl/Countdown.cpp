@@ -17,7 +17,7 @@ constexpr std::chrono::hours kForEver{1000};
 
 }  // namespace
 
-Countdown::Countdown(std::string label, Clock::time_point deadline)
+Countdown::Countdown(const std::string& label, Clock::time_point deadline)
     : mLabel(cutTo(printable(label), kLabelColumns)), mDeadline(deadline) {}
 
 Countdown::~Countdown() {

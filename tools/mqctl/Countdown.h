@@ -9,7 +9,7 @@ namespace mqctl {
 /// "LABEL  3.2 s / 60 s" on the terminal at standard error, drawn over and over, and erased in the end.
 class Countdown {
 public:
-    Countdown(std::string label, Clock::time_point deadline);
+    Countdown(const std::string& label, Clock::time_point deadline);
     ~Countdown();
     Countdown(const Countdown&) = delete;
     Countdown& operator=(const Countdown&) = delete;

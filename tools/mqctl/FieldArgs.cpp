@@ -147,7 +147,7 @@ const Field* findField(const Fields& fields, const std::string& name) {
 std::string textOf(const Fields& fields, const std::string& name) {
     for (const Field& field : fields) {
         if (field.name == name && field.type->kind == Kind::kString) {
-            return field.value.c_str();  // NOLINT(readability-redundant-string-cstr): up to the zero
+            return field.value.substr(0, field.value.find('\0'));
         }
     }
     return {};

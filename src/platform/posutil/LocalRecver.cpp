@@ -151,6 +151,7 @@ bool LocalRecver::wait(int timeout_ms, bool for_message) {
 
 LocalRecver::Outcome LocalRecver::takeMessage() {
     // Senders of other makes may put more than kPosIpcMaxDatagram into a datagram: nothing is cut silently.
+    // cppcheck-suppress nullPointer
     const ssize_t length = recv(mSocket.get(), nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
     if (length < 0) {
         return judge(errno);
@@ -201,6 +202,7 @@ LocalRecver::Outcome LocalRecver::takeDatagram(size_t length) {
 
 LocalRecver::Outcome LocalRecver::dropDatagram(size_t length, const char* reason) {
     // Without room for descriptors the kernel keeps them to itself.
+    // cppcheck-suppress nullPointer
     if (recv(mSocket.get(), nullptr, 0, MSG_DONTWAIT) < 0) {
         return judge(errno);
     }

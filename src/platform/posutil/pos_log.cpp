@@ -1,8 +1,10 @@
 #include "platform/posutil/pos_log.h"
 
+#include <cstdarg>
 #include <cstdio>
 #include <ctime>
 
+#include "platform/posutil/PosLogLine.h"
 #include "platform/posutil/pos_conf.h"
 
 namespace {
@@ -37,4 +39,17 @@ void get_timestamp(char* buffer, size_t size) {
 
 void log_buffer_insert(char* /*text*/, size_t /*size*/, int /*code*/) {
     // A device keeps its last lines in memory for a crash report; there is no such thing here.
+}
+
+void pos_log_line(int32_t lowest, int priority, const char* tag, const char* function, int line, const char* format,
+                  ...) {
+    if (get_tag_log_level(tag) < lowest) {
+        return;
+    }
+    char text[512];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(text, sizeof(text), format, arguments);
+    va_end(arguments);
+    __android_log_print(priority, tag, "%s:%d] %s", function, line, text);
 }
