@@ -149,18 +149,18 @@ void Crowd::play(Member& member, Dice& dice) {
         if (const Gate::Ticket ticket = mStage.gates[controller]->enter()) {
             askSlowly(member, dice, controller, ticket);
         }
-    } else if (die <= 190) {
+    } else if (die <= 160) {
         ask(member, catalogue.failing(dice, from, to));
-    } else if (die <= 210) {
+    } else if (die <= 175) {
         ask(member, catalogue.expired(dice, from, to));
-    } else if (die <= 240) {
+    } else if (die <= 195) {
         ask(member, catalogue.silent(dice, from, to));
-    } else if (die <= 255) {
+    } else if (die <= 210) {
         // In another's name: that one gets the reply.
         Plan plan = catalogue.good(dice, dice.pick(mMembers)->mailbox.name(), to);
         plan.request.kind = "good in another's name";
         ask(member, std::move(plan));
-    } else if (die <= 257) {
+    } else if (die <= 213) {
         flood(member, dice);
     } else {
         ask(member, catalogue.good(dice, from, to));

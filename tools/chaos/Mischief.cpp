@@ -32,7 +32,7 @@ Mischief::Mischief(Stage& stage) : mStage(stage) {
     play(9001, 400, [this](Dice& dice) { die(dice); });
     play(9002, 600, [this](Dice& dice) { comeBack(dice); });
     play(9003, 8000, [this](Dice& dice) { neverRead(dice); });
-    play(9004, 300, [this](Dice& dice) { smuggle(dice); });
+    play(9004, 500, [this](Dice& dice) { smuggle(dice); });
 }
 
 Mischief::~Mischief() {
