@@ -18,6 +18,9 @@ constexpr int32_t kShortTimeoutSec = 6;
 /// What is lost already needs no waiting for the rest: that may be everything.
 constexpr auto kPatienceAfterViolation = std::chrono::seconds(20);
 
+/// More than a sender ever waits for room, and a reply for its reader.
+constexpr auto kOvertaken = std::chrono::seconds(15);
+
 size_t indexOf(Outcome outcome) {
     size_t index = 0;
     for (unsigned bit = outcome; bit > 1; bit >>= 1) {
@@ -200,6 +203,7 @@ void Ledger::waitSettled(Clock::time_point until, const std::function<void()>& n
     bool hurried = false;
     std::unique_lock lock(mMutex);
     while (mOwed > 0 && Clock::now() < until) {
+        condemnOvertaken();
         if (!mViolations.empty() && !hurried) {
             until = std::min(until, Clock::now() + kPatienceAfterViolation);
             hurried = true;
@@ -208,6 +212,24 @@ void Ledger::waitSettled(Clock::time_point until, const std::function<void()>& n
             lock.unlock();
             nudge();
             lock.lock();
+        }
+    }
+}
+
+/// A controller serves in the order of arrival: what it has not answered before a request that came long after is lost,
+/// and need not be waited for.
+void Ledger::condemnOvertaken() {
+    std::map<std::string, Clock::time_point> served;
+    for (const auto& [txId, request] : mRequests) {
+        if (request.replies > 0 && request.outcome == kServed) {
+            served[request.controller] = std::max(served[request.controller], request.sentAt);
+        }
+    }
+    for (auto& [txId, request] : mRequests) {
+        if (request.owed && request.replies == 0 && served[request.controller] > request.sentAt + kOvertaken) {
+            complain(txId, request, "nothing, but later ones were served");
+            request.owed = false;
+            --mOwed;
         }
     }
 }

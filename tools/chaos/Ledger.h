@@ -103,6 +103,7 @@ public:
 
 private:
     void judge(const std::string& receiver, const test_support::Card& card, std::function<void()>* after);
+    void condemnOvertaken();
     void complain(int32_t txId, const Request& request, const std::string& came);
 
     const uint64_t mSeed;
