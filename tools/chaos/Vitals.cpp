@@ -19,12 +19,12 @@ namespace chaos {
 namespace {
 
 /// libcurl keeps up to five idle connections for each of the two workers; one more may be closing.
-constexpr size_t kMostConnections = 2 * 6;
+constexpr size_t kMostConnections = 12;
 
 /// What the heap may hold at the end beyond what it held after the warm-up, though it gives back what is free: pages on
 /// which a small block lives on, buffers of open connections. A kilobyte lost by each of the thousands of requests is
 /// more. The sanitizer's allocator keeps freed blocks; its own leak check is the better measure there.
-constexpr size_t kMemoryKiB = kSanitized ? 32 * 1024 : 3 * 1024;
+constexpr size_t kMemoryKiB = size_t{1024} * (kSanitized ? 32 : 3);
 
 std::set<std::string> tcpInodes() {
     std::set<std::string> inodes;

@@ -18,7 +18,7 @@ namespace chaos::wire {
 
 namespace {
 
-constexpr size_t kLargestDatagram = 64 * 1024;
+constexpr size_t kLargestDatagram = size_t{64} * 1024;
 constexpr size_t kMostFiles = 4;
 
 [[noreturn]] void giveUp(const std::string& what) {

@@ -154,6 +154,11 @@ bool runRound(const Options& options, bool replies, int seconds) {
     std::exit(2);
 }
 
+/// 0 for what is none, which no option takes.
+int numberOf(const std::string& text) {
+    return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
+}
+
 Options parse(int count, char** arguments) {
     Options options;
     options.agent = (std::filesystem::read_symlink("/proc/self/exe").parent_path() / "inet-agent").string();
@@ -164,13 +169,13 @@ Options parse(int count, char** arguments) {
         }
         const std::string value = arguments[i + 1];
         if (name == "--seconds") {
-            options.seconds = std::atoi(value.c_str());
+            options.seconds = numberOf(value);
         } else if (name == "--seed") {
             options.seed = std::strtoull(value.c_str(), nullptr, 10);
         } else if (name == "--key") {
             options.key = value;
         } else if (name == "--clients") {
-            options.clients = std::atoi(value.c_str());
+            options.clients = numberOf(value);
         } else if (name == "--agent") {
             options.agent = value;
         } else if (name == "--keep") {
