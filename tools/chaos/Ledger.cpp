@@ -120,7 +120,15 @@ void Ledger::add(int32_t txId, Request request) {
     request.sentAt = Clock::now();
     request.owed = request.owed && request.expected.outcomes != 0;
     mOwed += request.owed ? 1 : 0;
+    ++mSent;
+    mMustSucceed += request.owed && request.expected.mustSucceed() ? 1 : 0;
     mRequests.emplace(txId, std::move(request));
+}
+
+bool Ledger::hasRoomForOthers() const {
+    constexpr size_t kPercent = 66;
+    const std::lock_guard guard(mMutex);
+    return mMustSucceed * 100 >= mSent * kPercent;
 }
 
 void Ledger::withdraw(int32_t txId) {

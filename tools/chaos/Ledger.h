@@ -73,6 +73,9 @@ public:
     [[nodiscard]] int32_t nextTxId();
     /// Before the message is sent.
     void add(int32_t txId, Request request);
+    /// Whether enough of the requests so far must succeed that others may be sent. On a busy machine the good ones are
+    /// fewer, because each waits for its reply.
+    [[nodiscard]] bool hasRoomForOthers() const;
     /// It could not be sent.
     void withdraw(int32_t txId);
     /// A message that came to the socket of `receiver`.
@@ -112,6 +115,8 @@ private:
     int32_t mLastTxId = 1000;
     std::map<int32_t, Request> mRequests;
     size_t mOwed = 0;
+    size_t mSent = 0;
+    size_t mMustSucceed = 0;
     size_t mNamelessRejections = 0;
     std::vector<std::string> mViolations;
 };

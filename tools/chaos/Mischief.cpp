@@ -46,7 +46,9 @@ void Mischief::play(uint64_t actor, int longestPauseMs, const std::function<void
     mActors.emplace_back([this, actor, longestPauseMs, scene] {
         Dice dice(mStage.seed, actor);
         while (!mStage.stop) {
-            scene(dice);
+            if (mStage.ledger.hasRoomForOthers()) {
+                scene(dice);
+            }
             mStage.pause(dice.between(1, longestPauseMs));
         }
     });
