@@ -192,8 +192,14 @@ HttpServer::HttpServer(const Tls& tls) : mImpl(std::make_unique<Impl>()) {
     const std::string key = directory.write("server.key", tls.certificate.keyPem);
     const std::string authority = directory.write("clients.pem", tls.clientAuthority);
     mImpl->scheme = "https://";
-    mImpl->server = std::make_unique<httplib::SSLServer>(certificate.c_str(), key.c_str(),
-                                                         tls.clientAuthority.empty() ? nullptr : authority.c_str());
+    auto server = std::make_unique<httplib::SSLServer>(certificate.c_str(), key.c_str(),
+                                                       tls.clientAuthority.empty() ? nullptr : authority.c_str());
+    // Without a name for its sessions, a server that wants certificates breaks off the handshake of whoever resumes one.
+    constexpr unsigned char kSessions[] = {'t', 'e', 's', 't'};
+    if (server->is_valid()) {
+        SSL_CTX_set_session_id_context(server->ssl_context(), kSessions, sizeof(kSessions));
+    }
+    mImpl->server = std::move(server);
     mImpl->start();
 }
 

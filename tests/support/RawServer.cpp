@@ -43,15 +43,16 @@ std::string RawConnection::readRequest() {
     return request;
 }
 
-void RawConnection::sendAll(const std::string& bytes) {
+bool RawConnection::sendAll(const std::string& bytes) {
     size_t sent = 0;
     while (sent < bytes.size()) {
         const ssize_t size = send(mFd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
         if (size < 0) {
-            return;
+            return false;
         }
         sent += static_cast<size_t>(size);
     }
+    return true;
 }
 
 void RawConnection::reset() {
@@ -115,13 +116,20 @@ void RawServer::acceptLoop() {
         }
         ++mAccepted;
         mChanged.notify_all();
+        for (const auto& done : mDone) {
+            done->join();
+            mRunning.erase(done);
+        }
+        mDone.clear();
         mOpen.insert(fd);
-        mRunning.emplace_back([this, fd] {
+        const auto self = mRunning.emplace(mRunning.end());
+        *self = std::thread([this, fd, self] {
             RawConnection connection(fd, *this);
             mScript(connection);
             const std::lock_guard closing(mMutex);
             mOpen.erase(fd);
             close(fd);
+            mDone.push_back(self);
         });
     }
 }

@@ -19,8 +19,8 @@ public:
 
     /// Reads a whole request: the head, and as much body as its Content-Length says. Empty when the client left.
     [[nodiscard]] std::string readRequest();
-    /// Until the client no longer takes it.
-    void sendAll(const std::string& bytes);
+    /// Until the client no longer takes it; false then.
+    bool sendAll(const std::string& bytes);
     /// From now on the end of the script is a reset for the client instead of an orderly end.
     void reset();
     /// Does nothing until the client goes away or the server stops.
@@ -68,6 +68,7 @@ private:
     size_t mAccepted = 0;
     std::set<int> mOpen;
     std::list<std::thread> mRunning;  // touched by the accepting thread, and by the destructor after that has ended
+    std::list<std::list<std::thread>::iterator> mDone;  // of mRunning: joined with the next connection
     std::thread mAcceptor;
 };
 
