@@ -1,5 +1,6 @@
 #include "support/Card.h"
 
+#include <algorithm>
 #include <cstring>
 #include <ostream>
 
@@ -127,6 +128,10 @@ std::vector<std::string> Card::names() const {
         names.push_back(field.name);
     }
     return names;
+}
+
+bool Card::has(const std::string& name) const {
+    return std::any_of(mFields.begin(), mFields.end(), [&](const Field& field) { return field.name == name; });
 }
 
 std::optional<int32_t> Card::getInt32(const std::string& name) const {

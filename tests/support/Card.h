@@ -49,6 +49,7 @@ public:
     [[nodiscard]] const std::vector<Field>& fields() const { return mFields; }
     /// The names in their order: what a reply is compared by.
     [[nodiscard]] std::vector<std::string> names() const;
+    [[nodiscard]] bool has(const std::string& name) const;
     /// The first field of the name, if it is of that type; nothing otherwise.
     [[nodiscard]] std::optional<std::string> getString(const std::string& name) const {
         return value(name, Type::String);
