@@ -78,6 +78,9 @@ TEST_F(MqctlExitTest, Is2ForWrongUsageAndWhatWouldHarm) {
                                         "send inet-agent-cs REQ=GET TIMEOUT-SEC=9",
                                         "send inet-agent-cs REQ=POST URL=http://a TIMEOUT-SEC=9",
                                         "send inet-agent-cs REQ=GET URL=http://a TIMEOUT-SEC=2",
+                                        "get http://a -t 2",
+                                        "get '' --to alive",
+                                        "post http://a -d ''",
                                         "send inet-agent-cs FROM=inet-agent-cs REQ=HTTP-RESULT"}) {
         const Run run = mqctl(arguments);
         EXPECT_EQ(run.code, 2) << arguments << ": " << run.err;
