@@ -70,6 +70,7 @@ TEST_F(MqctlExitTest, Is2ForWrongUsageAndWhatWouldHarm) {
                                         "get http://a --from alive",
                                         "get http://a --from alive --to inet-agent-cs",
                                         "listen x --alias alive",
+                                        "listen x --alias x",
                                         "decode /nowhere/file",
                                         "repair inet-agent-cs",
                                         "repair alive --yes",
