@@ -122,6 +122,8 @@ bool Participant::registerName(std::string* error) {
         struct stat directory {};
         if (::stat(envelope::kSocketDirectory, &directory) != 0) {
             *error += std::string(": ") + std::strerror(errno) + " (is this the device, or its script?)";
+        } else if (::access(envelope::kSocketDirectory, W_OK) != 0) {
+            *error += std::string(": ") + std::strerror(errno);
         }
         return false;
     }

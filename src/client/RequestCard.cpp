@@ -6,6 +6,7 @@
 
 #include "client/Participant.h"
 #include "inet/AgentProtocol.h"
+#include "inet/RequestRules.h"
 #include "mq/Envelope.h"
 #include "platform/posutil/PosIpc.h"
 
@@ -16,10 +17,6 @@ namespace {
 namespace envelope = zv_loc_fw::envelope;
 namespace protocol = zv_loc_fw::agent_protocol;
 
-/// Below it the worker may find a second or less left when the request's turn comes, and rejects it.
-constexpr std::int32_t kShortestTimeoutSec = 3;
-/// Beyond it the agent's transfer library refuses the URL before any transfer.
-constexpr std::size_t kLongestUrl = 8'000'000;
 /// The other fields of the message have room beside it.
 constexpr std::size_t kLongestBody = pos_util::kPosIpcMaxMessage - 64 * 1024;
 /// The agent cuts its header lines to this.
@@ -59,26 +56,6 @@ std::string whyNotSendable(const Request& request, const std::string& own) {
     return !content_type.empty() ? content_type : whyNoHeader("Protocol-Version", request.protocolVersion);
 }
 
-/// What the worker rejects: the controller would then wait for a result for ever, and serve nobody.
-std::string whyHarmful(const Request& request) {
-    if (request.method != protocol::kGet && request.method != protocol::kPost) {
-        return "the method is neither GET nor POST";
-    }
-    if (request.url.empty()) {
-        return "the URL is empty";
-    }
-    if (request.url.size() > kLongestUrl) {
-        return "the URL has more than " + std::to_string(kLongestUrl) + " bytes";
-    }
-    if (request.method == protocol::kPost && request.body.empty()) {
-        return "a POST needs a body";
-    }
-    if (request.timeoutSec < kShortestTimeoutSec) {
-        return "the time-out is below " + std::to_string(kShortestTimeoutSec) + " s";
-    }
-    return {};
-}
-
 std::string causeOf(zv_loc_fw::InPostcard& card, const char* otherwise) {
     const char* text = nullptr;
     return card.getString(protocol::kCurlError, &text) == 0 && text[0] != '\0' ? text : otherwise;
@@ -89,9 +66,9 @@ std::string causeOf(zv_loc_fw::InPostcard& card, const char* otherwise) {
 std::string whyRefused(const Request& request, const std::string& own) {
     std::string reason = whyNotSendable(request, own);
     if (reason.empty() && !request.allowHarmful) {
-        reason = whyHarmful(request);
+        reason = protocol::whyRejected(request.method, request.url, request.body.size(), request.timeoutSec);
         if (!reason.empty()) {
-            reason += ": this could take the controller out of service for everybody";
+            reason += std::string(": ") + protocol::kRejectionHarm;
         }
     }
     return reason;

@@ -122,10 +122,14 @@ void CurlPerformer::perform(MqMsgWrapper* job) {
         (void)std::fflush(transferSettings().verboseFile);  // a trace that cannot be written harms no transfer
     }
     mResponse.end();
+    const bool is_answered = result != 0 && result < kFirstCodeAfterResult && transferSettings().replyToRejected;
+    if (is_answered) {
+        log_warning(mName, kErrorRejectedFormat, result);  // what the client hears
+    }
     if (result != 0) {
         log_error(mName, "perform failed %d", result);
     }
-    if (result != 0 && result < kFirstCodeAfterResult && transferSettings().replyToRejected) {
+    if (is_answered) {
         notifyRejection(job, result);
     }
 }

@@ -71,6 +71,7 @@ TEST_F(MqctlExitTest, Is2ForWrongUsageAndWhatWouldHarm) {
                                         "get http://a --from alive",
                                         "get http://a --from alive --to inet-agent-cs",
                                         "listen x --alias alive",
+                                        "listen x --alias x",
                                         "decode /nowhere/file",
                                         "repair inet-agent-cs",
                                         "repair alive --yes",
@@ -79,6 +80,9 @@ TEST_F(MqctlExitTest, Is2ForWrongUsageAndWhatWouldHarm) {
                                         "send inet-agent-cs REQ=GET TIMEOUT-SEC=9",
                                         "send inet-agent-cs REQ=POST URL=http://a TIMEOUT-SEC=9",
                                         "send inet-agent-cs REQ=GET URL=http://a TIMEOUT-SEC=2",
+                                        "get http://a -t 2",
+                                        "get '' --to alive",
+                                        "post http://a -d ''",
                                         "send inet-agent-cs FROM=inet-agent-cs REQ=HTTP-RESULT"}) {
         const Run run = mqctl(arguments);
         EXPECT_EQ(run.code, 2) << arguments << ": " << run.err;

@@ -112,8 +112,8 @@ TEST(ReportCommandTest, ExitStatusTellsWhatIsWrong) {
     std::string out;
     EXPECT_EQ(report({dir.file("fine.log")}, &out), 0) << out;
     EXPECT_EQ(report({dir.file("fine.log"), "--html", "/nowhere/x"}, &out), 1);
-    EXPECT_EQ(report({dir.file("missing.log")}, &out), 1);
-    EXPECT_EQ(report({dir.path()}, &out), 1);
+    EXPECT_EQ(report({dir.file("missing.log")}, &out), 2);
+    EXPECT_EQ(report({dir.path()}, &out), 2);
     EXPECT_EQ(report({dir.file("fine.log"), "--since", "noon"}, &out), 2);
     EXPECT_EQ(report({dir.file("odd.log")}, &out), 3);
     EXPECT_EQ(report({"/dev/null"}, &out), 3);

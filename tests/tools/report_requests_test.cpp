@@ -14,6 +14,7 @@ constexpr const char* kCs = "inet-agent-cs";
 constexpr const char* kTdp = "inet-agent-tdp-dl";
 constexpr const char* kChecked = "[calculateTimeout] timeout adjusted to 9.500000 sec";
 constexpr const char* kExpired = "[calculateTimeout] already timed out";
+constexpr const char* kUntimed = "[calculateTimeout] calculateTimeout failed 10";
 
 /// "CLIENT TX: outcome" of each.
 std::vector<std::string> outcomes(const Report& report) {
@@ -90,11 +91,24 @@ TEST(ReportRequestsTest, TimerWalkNamesWhatExpiredWaiting) {
     emptied.arrival(kCsReceiver, "c", 4).line(kCsLoop, 'I', kChecked).job(kCs, "c", 4).result(kCs, 200);
     EXPECT_THAT(outcomes(emptied.report()),
                 ElementsAre("first 1: 200", "a 2: expired waiting", "b 3: expired waiting", "c 4: 200"));
+    // A ping goes when it comes, whoever waits, and is in no walk.
+    LogWriter pinged = started();
+    pinged.arrival(kCsReceiver, "run", 1).job(kCs, "run", 1);
+    pinged.arrival(kCsReceiver, "ping", 2).line(kCsLoop, 'E', kUntimed);
+    pinged.arrival(kCsReceiver, "waits", 3).line(kCsLoop, 'I', kChecked);
+    pinged.arrival(kCsReceiver, "ping", 4).line(kCsLoop, 'E', kUntimed).line(kCsLoop, 'I', kChecked);
+    pinged.arrival(kCsReceiver, "short", 5).line(kCsLoop, 'I', kChecked).line(kCsLoop, 'I', kChecked);
+    pinged.line(kCsLoop, 'I', "[inet-agent-cs] time out 2").line(kCsLoop, 'I', kExpired).line(kCsLoop, 'I', kChecked);
+    pinged.line(kCsLoop, 'I', "[inet-agent-cs] reset queued job timer to 9.500000 sec");
+    EXPECT_THAT(outcomes(pinged.report()),
+                ElementsAre("first 1: 200", "run 1: not finished while it ran",
+                            "ping 2: expired waiting at once: no TIMEOUT-SEC", "waits 3: not finished while it waited",
+                            "ping 4: expired waiting at once: no TIMEOUT-SEC", "short 5: expired waiting"));
 }
 
 TEST(ReportRequestsTest, LaterStartSettlesWhatArrivedBefore) {
     LogWriter log = started();
-    log.arrival(kCsReceiver, "ping", 2).line(kCsLoop, 'E', "[calculateTimeout] calculateTimeout failed 10");
+    log.arrival(kCsReceiver, "ping", 2).line(kCsLoop, 'E', kUntimed);
     log.arrival(kCsReceiver, "zero", 3).arrival(kCsReceiver, "good", 4);
     log.line(kCsLoop, 'I', kExpired).line(kCsLoop, 'I', kChecked);
     log.job(kCs, "good", 4).result(kCs, 200);
@@ -147,6 +161,22 @@ TEST(ReportRequestsTest, RejectedRequestWedgesUntilTheAgentEnds) {
     // A result from outside frees it.
     log.job(kCs, "x", 1).result(kCs, 200);
     EXPECT_TRUE(log.report().wedges[0].freed);
+}
+
+TEST(ReportRequestsTest, RejectionThatTheClientHearsWedgesNothing) {
+    LogWriter log = started();
+    const auto reject = [&log](const char* code) {
+        log.line(50, 'W', std::string("[inet-agent-cs-worker] request rejected ") + code);
+        log.line(50, 'E', std::string("[inet-agent-cs-worker] perform failed ") + code);
+    };
+    log.job(kCs, "bad", 8, "DELETE");
+    reject("6");
+    log.job(kCs, "late", 9).line(kCsLoop, 'I', "[inet-agent-cs] active job timed out");
+    reject("27");
+    const Report report = log.report();
+    EXPECT_THAT(outcomes(report), ElementsAre("first 1: 200", "bad 8: rejected 6, REQ is neither GET nor POST",
+                                              "late 9: expired running; its rejection 27 came too late"));
+    EXPECT_TRUE(report.wedges.empty());
 }
 
 TEST(ReportRequestsTest, SlowTransferThatExpiresIsNoWedge) {

@@ -1,6 +1,7 @@
 #include "ListCommand.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -52,6 +53,9 @@ Entry entryOf(const fs::path& path, bool alias, const SocketOwners& owners) {
     struct stat file {};
     if (entry.live && ::stat(path.c_str(), &file) == 0) {
         entry.owner = owners.of(file);
+        // Whoever may not connect learns it from the kernel's list.
+        const bool may_connect = ::access(path.c_str(), W_OK) == 0;
+        entry.live = may_connect || owners.unknown() || !entry.owner.user.empty();
     }
     if (alias) {
         std::error_code error;

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "inet/AgentProtocol.h"
+#include "inet/RequestRules.h"
 #include "mq/Envelope.h"
 #include "postcard/InPostcard.h"
 
@@ -17,8 +18,6 @@ namespace {
 
 using namespace zv_loc_fw;
 using namespace zv_loc_fw::agent_protocol;
-
-constexpr const char* kConsequence = " can take the controller out of service for everybody";
 
 /// The name that an alias stands for, or the name itself.
 std::string resolve(const std::string& name) {
@@ -31,30 +30,25 @@ std::string resolve(const std::string& name) {
     return path.substr(path.rfind('/') + 1);
 }
 
-/// What the worker needs of a request whose time has not run out. Its own reader decides, damaged fields included.
-std::string rejectionOf(InPostcard& request, const char* req) {
-    const bool is_post = std::strcmp(req, kPost) == 0;
-    if (!is_post && std::strcmp(req, kGet) != 0) {
-        return std::string("REQ \"") + req + "\", which is neither GET nor POST,";
-    }
+/// What the worker would reject. Its own reader decides, damaged fields included.
+std::string rejectionOf(InPostcard& request, const char* req, int32_t timeoutSec) {
     const char* text = nullptr;
-    if (request.getString(envelope::kTo, &text) != 0) {
-        return "a request without TO";
+    bool flag = false;
+    if (request.getString(envelope::kTo, &text) != 0 || request.getBoolDefault(kForceNewConnection, flag) != 0 ||
+        request.getStringOptional(kContentType, &text) != 0 ||
+        request.getStringOptional(kProtocolVersion, &text) != 0) {
+        return "TO is missing, or a field cannot be read";
     }
-    if (request.getString(kUrl, &text) != 0 || *text == '\0') {
-        return "an empty or missing URL";
+    const char* url = nullptr;
+    if (request.getString(kUrl, &url) != 0) {
+        url = "";
     }
     const void* body = nullptr;
     size_t size = 0;
-    if (is_post && request.getBlob(kPostData, &body, &size) != 0) {
-        return "a POST without a body in POST-DATA";
+    if (request.getBlob(kPostData, &body, &size) != 0) {
+        size = 0;
     }
-    bool flag = false;
-    if (request.getBoolDefault(kForceNewConnection, flag) != 0 || request.getStringOptional(kContentType, &text) != 0 ||
-        request.getStringOptional(kProtocolVersion, &text) != 0) {
-        return "a field that cannot be read";
-    }
-    return {};
+    return whyRejected(req, url, size, timeoutSec);
 }
 
 }  // namespace
@@ -83,11 +77,8 @@ std::string harmOf(const std::string& participant, const std::string& bytes) {
     if (card->getInt32(kTimeoutSec, timeout_sec) != 0 || timeout_sec <= 0) {
         return {};  // answered at once, the worker never sees it
     }
-    if (timeout_sec < kShortestSafeTimeoutSec) {
-        return "a TIMEOUT-SEC below " + std::to_string(kShortestSafeTimeoutSec) + kConsequence;
-    }
-    const std::string rejection = rejectionOf(*card, req);
-    return rejection.empty() ? "" : rejection + kConsequence;
+    const std::string rejection = rejectionOf(*card, req, timeout_sec);
+    return rejection.empty() ? "" : rejection + ": " + kRejectionHarm;
 }
 
 }  // namespace mqctl

@@ -4,10 +4,6 @@
 
 namespace mqctl {
 
-/// Below it the worker may find a second or less left: it then rejects the request, and the controller serves nobody
-/// any more (docs/operating.md).
-inline constexpr int kShortestSafeTimeoutSec = 3;
-
 /// The agent's controller behind a name or alias; empty when it is none.
 [[nodiscard]] std::string controllerNamed(const std::string& participant);
 

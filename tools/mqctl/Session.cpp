@@ -82,6 +82,10 @@ std::unique_ptr<Participant> Session::join(const std::string& name, ParticipantO
             return nullptr;
         }
     }
+    if (std::count(names.begin(), names.end(), name) != 1) {
+        *code = out.fail(kUsage, "\"" + name + "\" cannot be an alias of itself");
+        return nullptr;
+    }
     wanted.replaceLive = options.force;
     std::string error;
     const SignalCleanup::Hold hold;  // a file that exists is a file that goes

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -26,6 +27,10 @@ public:
 
     /// @param file the socket file, links followed
     [[nodiscard]] SocketOwner of(const struct stat& file) const;
+    /// The kernel told no owner at all.
+    [[nodiscard]] bool unknown() const {
+        return std::none_of(mSockets.begin(), mSockets.end(), [](const Socket& each) { return each.user.has_value(); });
+    }
 
 private:
     struct Socket {

@@ -6,11 +6,11 @@
 
 #include "FieldArgs.h"
 #include "Files.h"
-#include "RequestGuard.h"
 #include "Session.h"
 #include "Text.h"
 #include "TransferReply.h"
 #include "inet/AgentProtocol.h"
+#include "inet/RequestRules.h"
 #include "mq/Envelope.h"
 #include "platform/posutil/PosIpc.h"
 #include "postcard/FieldType.h"
@@ -91,21 +91,11 @@ private:
 
     /// What would take the controller out of service is not sent.
     int check(const std::string& body) {
-        if (mSession.options.force) {
-            return kOk;
-        }
-        if (mOptions.url.empty()) {
-            return mOut.fail(kUsage, "the URL is empty");
-        }
-        if (mOptions.isPost && body.empty()) {
-            return mOut.fail(kUsage, "a POST needs a body: -d DATA or -d @FILE");
-        }
-        if (mOptions.timeoutSec < kShortestSafeTimeoutSec) {
-            return mOut.fail(kUsage, "a time-out below " + std::to_string(kShortestSafeTimeoutSec) +
-                                         " s can take the controller out of service for everybody; --force sends it "
-                                         "all the same");
-        }
-        return kOk;
+        const std::string why =
+            whyRejected(mOptions.isPost ? kPost : kGet, mOptions.url, body.size(), mOptions.timeoutSec);
+        return why.empty() || mSession.options.force
+                   ? kOk
+                   : mOut.fail(kUsage, why + ": " + kRejectionHarm + "; --force sends it all the same");
     }
 
     [[nodiscard]] Fields requestFields(const std::string& body) const {

@@ -12,7 +12,7 @@ namespace mqctl::report {
 struct Expiry {
     int64_t us = 0;
     bool untimed = false;
-    std::optional<size_t> only;  ///< the one request that was waiting then
+    std::optional<size_t> only;  ///< the one request that it can be
 };
 
 /// Follows one controller's lines about waiting jobs, to tell which of them expired. When the queue's timer fires, the

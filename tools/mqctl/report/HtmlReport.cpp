@@ -83,7 +83,9 @@ std::string wedgeAlert(const Report& report, const Wedge& wedge) {
         out += ": the worker rejected it with code " + std::to_string(*cause.performFailed) + " (" +
                escaped(rejectionText(cause)) + ")";
     }
-    return out + ", so that no result followed. A restart of the agent is the cure.</div>\n";
+    return out +
+           ", so that no result followed. A restart of the agent is the cure, or \"mqctl repair\"; "
+           "REPLY_TO_REJECTED_REQUESTS = 1 in its configuration prevents it.</div>\n";
 }
 
 std::string tiles(const Report& report, const Summary& summary) {

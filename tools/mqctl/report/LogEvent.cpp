@@ -50,6 +50,7 @@ constexpr Pattern kPatterns[] = {
     {Scope::kWorker, "HTTP header Retry-After: ", LogEvent::kRetryAfter, Argument::kNumber},
     {Scope::kWorker, "curl error ", LogEvent::kCurlError, Argument::kNumberAndText},
     {Scope::kWorker, "inet time report: ", LogEvent::kTimes, Argument::kTimes},
+    {Scope::kWorker, "request rejected ", LogEvent::kRejection, Argument::kNumber},
     {Scope::kWorker, "perform failed ", LogEvent::kPerformFailed, Argument::kNumber},
     {Scope::kController, "Client controller entering event loop", LogEvent::kLoopStarted, Argument::kNothing},
     {Scope::kController, "Client controller leaving event loop", LogEvent::kLoopEnded, Argument::kNothing},

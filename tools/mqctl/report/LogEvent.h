@@ -31,6 +31,7 @@ struct LogEvent {
         kRetryAfter,     ///< number
         kCurlError,      ///< number, text
         kTimes,          ///< timing
+        kRejection,      ///< number: of the next line; the client hears it
         kPerformFailed,  ///< number
         // a controller's loop; the first three do not say whose it is
         kWaitingChecked,  ///< a waiting or starting job has time left

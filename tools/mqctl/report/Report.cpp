@@ -112,7 +112,7 @@ std::optional<double> Request::waitSec() const {
 
 bool Request::withoutResult() const {
     constexpr int kOnlyTimingMissing = 100;  // and above
-    return performFailed && *performFailed < kOnlyTimingMissing;
+    return performFailed && *performFailed < kOnlyTimingMissing && !rejectionTold;
 }
 
 std::vector<std::string> Report::controllers() const {
@@ -133,6 +133,9 @@ std::string Report::outcomeText(const Request& request) const {
     const auto curl = [&request] {
         return request.curlError ? "curl " + std::to_string(*request.curlError) + ": " + request.curlText
                                  : std::string();
+    };
+    const auto rejection = [&request] {
+        return std::to_string(request.performFailed.value_or(0)) + ", " + rejectionText(request);
     };
     switch (request.outcome) {
         case Outcome::kResult:
@@ -155,7 +158,12 @@ std::string Report::outcomeText(const Request& request) const {
                 text += "; late result " + std::to_string(*request.httpStatus) + " dropped";
             } else if (request.curlError) {
                 text += "; late result dropped: " + curl();
+            } else if (request.rejectionTold) {
+                text += "; its rejection " + std::to_string(request.performFailed.value_or(0)) + " came too late";
             }
+            break;
+        case Outcome::kRejected:
+            text += " " + rejection();
             break;
         case Outcome::kStopped:
         case Outcome::kUnfinished:
@@ -165,7 +173,7 @@ std::string Report::outcomeText(const Request& request) const {
             break;
     }
     if (request.withoutResult() && request.outcome != Outcome::kStopped) {
-        text = "perform failed " + std::to_string(*request.performFailed) + ", " + rejectionText(request);
+        text = "perform failed " + rejection();
         text += request.wedge ? ": WEDGED from " + timeText(wedges[*request.wedge].fromUs, 0)
                               : ": no result; its deadline is not in this log";
     }

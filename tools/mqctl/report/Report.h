@@ -36,8 +36,8 @@ enum class Outcome {
     kTransferFailed,   ///< CURL-ERROR
     kTransferTimeout,  ///< CURL-ERROR with CURL-TIMEOUT
     kExpiredWaiting,   ///< "queued job timed out before execution"
-    kExpiredRunning,   ///< "active job timed out"; includes what the worker rejected
-    kRejected,         ///< by the worker, and the log does not reach its deadline
+    kExpiredRunning,   ///< "active job timed out"; includes what the worker rejected without telling
+    kRejected,         ///< by the worker: "request rejected", or the log does not reach its deadline
     kNotReady,         ///< "Inet agent not ready"
     kDiscarded,        ///< could not be started; no reply
     kStopped,          ///< the agent ended while it waited or ran
@@ -71,6 +71,7 @@ struct Request {
     std::optional<int> curlError;
     std::string curlText;
     std::optional<int> performFailed;  ///< the worker's code
+    bool rejectionTold = false;        ///< to the client, at once: the agent is configured to
 
     Outcome outcome = Outcome::kUnknown;
     bool untimed = false;       ///< expired at once, for want of a TIMEOUT-SEC

@@ -32,11 +32,20 @@ enum : int { kDone = 0, kFailed = 1, kWrongUsage = 2, kMalformed = 3 };  // as e
 
 constexpr const char* kStandardStream = "-";
 
-void complain(const std::string& text) {
+void say(const std::string& text) {
     std::fprintf(stderr, "mqctl: %s\n", report::printable(text).c_str());
 }
 
-bool readLog(const std::string& path, report::RequestAssembler* assembler) {
+int fail(const ReportOptions& options, int code, const std::string& text) {
+    if (options.json.empty()) {
+        say(text);
+    } else {
+        std::fprintf(stderr, "%s", report::dumpJson({{"error", text}, {"exit", code}}, false).c_str());
+    }
+    return code;
+}
+
+int readLog(const ReportOptions& options, const std::string& path, report::RequestAssembler* assembler) {
     std::ifstream file;
     const bool from_input = path == kStandardStream;
     if (!from_input) {
@@ -49,10 +58,9 @@ bool readLog(const std::string& path, report::RequestAssembler* assembler) {
         assembler->addLine(line);
     }
     if (!from_input && (!file.is_open() || file.bad())) {
-        complain(path + ": " + std::strerror(errno != 0 ? errno : EIO));
-        return false;
+        return fail(options, kWrongUsage, path + ": " + std::strerror(errno != 0 ? errno : EIO));
     }
-    return true;
+    return kDone;
 }
 
 /// "12:03", "12:03:01" of the log's first day, or with a date: in microseconds.
@@ -91,22 +99,20 @@ void filter(const ReportOptions& options, int64_t sinceUs, Report* report) {
     report->requests = std::move(kept);
 }
 
-int writeTo(const std::string& path, const std::string& content) {
+int writeTo(const ReportOptions& options, const std::string& path, const std::string& content) {
     errno = 0;
     if (path == kStandardStream) {
         const bool written =
             std::fwrite(content.data(), 1, content.size(), stdout) == content.size() && std::fflush(stdout) == 0;
-        if (!written && errno != EPIPE) {
-            complain(std::string("standard output: ") + std::strerror(errno));
-        }
-        return written || errno == EPIPE ? kDone : kFailed;
+        return written || errno == EPIPE
+                   ? kDone
+                   : fail(options, kFailed, std::string("standard output: ") + std::strerror(errno));
     }
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     file << content;
     file.close();
     if (!file) {
-        complain(path + ": " + std::strerror(errno != 0 ? errno : EIO));
-        return kFailed;
+        return fail(options, kFailed, path + ": " + std::strerror(errno != 0 ? errno : EIO));
     }
     return kDone;
 }
@@ -141,18 +147,18 @@ std::string mainOutput(const ReportOptions& options, const Report& report) {
 
 int write(const ReportOptions& options, const Report& report, const std::string& title) {
     if (!options.htmlFile.empty()) {
-        if (const int code = writeTo(options.htmlFile, report::htmlReport(report, title)); code != kDone) {
+        if (const int code = writeTo(options, options.htmlFile, report::htmlReport(report, title)); code != kDone) {
             return code;
         }
     }
     if (!options.harFile.empty()) {
         const std::string har = report::dumpJson(report::harReport(report), true);
-        if (const int code = writeTo(options.harFile, har); code != kDone) {
+        if (const int code = writeTo(options, options.harFile, har); code != kDone) {
             return code;
         }
     }
     if (options.htmlFile != kStandardStream && options.harFile != kStandardStream) {
-        if (const int code = writeTo(kStandardStream, mainOutput(options, report)); code != kDone) {
+        if (const int code = writeTo(options, kStandardStream, mainOutput(options, report)); code != kDone) {
             return code;
         }
     }
@@ -160,7 +166,7 @@ int write(const ReportOptions& options, const Report& report, const std::string&
         return kDone;
     }
     for (const report::Wedge& wedge : report.wedges) {
-        complain(wedgeLine(report, wedge));
+        say(wedgeLine(report, wedge));
     }
     for (const std::string& note : report.notes) {
         std::fprintf(stderr, "note: %s\n", note.c_str());
@@ -187,27 +193,27 @@ CLI::App* addReportCommand(CLI::App& app, ReportOptions* options) {
 
 int runReport(const ReportOptions& options) {
     if (options.htmlFile == kStandardStream && options.harFile == kStandardStream) {
-        complain("--html - and --har - both ask for standard output");
-        return kWrongUsage;
+        return fail(options, kWrongUsage, "--html - and --har - both ask for standard output");
     }
     const std::vector<std::string> logs =
         options.logs.empty() ? std::vector<std::string>{kStandardStream} : options.logs;
     report::RequestAssembler assembler(std::time(nullptr));
     for (const std::string& log : logs) {
-        if (!readLog(log, &assembler)) {
-            return kFailed;
+        if (const int code = readLog(options, log, &assembler); code != kDone) {
+            return code;
         }
     }
     Report report = assembler.finish();
     if (report.understood == 0) {
-        complain("no line of the agent in " + std::to_string(report.lines) +
-                 " lines (known forms: logcat -v threadtime, journalctl -o json, ts, and a workstation's plain log)");
-        return kMalformed;
+        return fail(
+            options, kMalformed,
+            "no line of the agent in " + std::to_string(report.lines) +
+                " lines (known forms: logcat -v threadtime, journalctl -o json, ts, and a workstation's plain log)");
     }
     int64_t since_us = INT64_MIN;
     if (!options.since.empty() && !readSince(options.since, report.fromUs, &since_us)) {
-        complain("--since " + options.since + ": no time (12:03, 12:03:01, 2024-01-31 12:03:01)");
-        return kWrongUsage;
+        return fail(options, kWrongUsage,
+                    "--since " + options.since + ": no time (12:03, 12:03:01, 2024-01-31 12:03:01)");
     }
     filter(options, since_us, &report);
     if (options.noQuery) {

@@ -1,5 +1,7 @@
 #include "report/RunAssembler.h"
 
+#include <utility>
+
 #include "mq/Envelope.h"
 
 namespace mqctl::report {
@@ -57,13 +59,23 @@ void RunAssembler::take(const LogEvent& event, const LogLine& line) {
                 }
                 return;
             }
+            if (expiry.untimed) {
+                endWalk(*controller, false);  // such a job goes when it comes, and is in no walk of the timer
+            }
+            Receiver* receiver = receiverOf(*controller);
+            size_t arrived = 0;
+            if (receiver != nullptr) {
+                nameOnly(*controller, *receiver);
+                arrived = std::exchange(receiver->arrivedSinceLook, 0);
+            }
             if (event.kind == LogEvent::kWaitingChecked) {
                 controller->expiries.passed();
                 return;
             }
-            const Receiver* receiver = receiverOf(*controller);
             if (receiver != nullptr && receiver->waiting.size() == 1) {
                 expiry.only = receiver->waiting.front();
+            } else if (expiry.untimed && arrived == 1 && !receiver->waiting.empty()) {
+                expiry.only = receiver->waiting.back();
             }
             controller->expiries.expired(expiry);
             return;
@@ -110,6 +122,7 @@ void RunAssembler::takeArrival(const LogEvent& event, const LogLine& line) {
             mRequests[index].method = event.text;
             mRequests[index].arrivedUs = receiver.fromUs;
             receiver.waiting.push_back(index);
+            ++receiver.arrivedSinceLook;
             receiver.latest = index;
             return;
         }
@@ -198,16 +211,25 @@ void RunAssembler::takeJob(Controller& controller, const LogEvent& event, int64_
 
 /// The last line of a job: its times, or why there are none.
 void RunAssembler::endJob(Controller& controller, const LogEvent& event, int64_t us) {
-    if (event.kind != LogEvent::kTimes && event.kind != LogEvent::kPerformFailed) {
+    if (event.kind != LogEvent::kTimes && event.kind != LogEvent::kRejection &&
+        event.kind != LogEvent::kPerformFailed) {
         return;
     }
     Request& request = job(controller, us);
     request.endedUs = us;
+    if (event.kind == LogEvent::kRejection) {
+        request.rejectionTold = true;
+        return;
+    }
     if (event.kind == LogEvent::kTimes) {
         request.timing = event.timing;
     } else {
         request.performFailed = static_cast<int>(event.number);
-        if (request.withoutResult()) {
+        if (request.rejectionTold) {
+            if (!isSettled(request)) {
+                request.outcome = Outcome::kRejected;
+            }
+        } else if (request.withoutResult()) {
             if (mStopping) {
                 request.outcome = Outcome::kStopped;
             } else if (request.outcome == Outcome::kExpiredRunning) {
@@ -226,7 +248,10 @@ void RunAssembler::takeQueue(Controller& controller, const LogEvent& event, int6
             constexpr int64_t kQueuedJobs = 2;
             endWalk(controller, false);
             if (event.number == kQueuedJobs) {
-                const Receiver* receiver = receiverOf(controller);
+                Receiver* receiver = receiverOf(controller);
+                if (receiver != nullptr) {
+                    nameOnly(controller, *receiver);
+                }
                 controller.expiries.beginWalk(
                     receiver == nullptr ? std::vector<size_t>()
                                         : std::vector<size_t>(receiver->waiting.begin(), receiver->waiting.end()));

@@ -41,6 +41,7 @@ private:
         bool fromSeen = false;
         std::optional<size_t> latest;  ///< whose TX-ID may still come
         std::deque<size_t> waiting;    ///< the oldest first
+        size_t arrivedSinceLook = 0;   ///< arrivals since the controller last looked at a waiting request
         std::string controller;        ///< empty: not known yet
     };
     struct Controller {

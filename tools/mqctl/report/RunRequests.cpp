@@ -228,7 +228,7 @@ void RunAssembler::endWalk(Controller& controller, bool complete) {
     }
 }
 
-/// Expiries at a moment when only one request waited.
+/// Expiries that can be of one request only: no other waited, or had just come.
 void RunAssembler::nameOnly(Controller& controller, Receiver& receiver) {
     std::vector<Expiry>& unnamed = controller.expiries.unnamed();
     for (auto expiry = unnamed.begin(); expiry != unnamed.end();) {
