@@ -84,7 +84,8 @@ TEST_F(Transport, LinksAreFollowedWithinTheDirectoryOnly) {
     std::filesystem::create_symlink(pathOf("../outside"), pathOf("astray"));
     std::filesystem::create_symlink("inside", pathOf("link"));
     std::filesystem::create_symlink(pathOf("link"), pathOf("link-of-link"));
-    EXPECT_NE(send({{"TO", "astray"}, {"FROM", "x"}}), 0);
+    (void)send({{"TO", "astray"}, {"FROM", "x"}});
+    EXPECT_FALSE(outside.receiveAny(std::chrono::milliseconds(100)).has_value());
     EXPECT_TRUE(log.contains("/astray leads out of the socket directory"));
     for (const char* name : {"link", "link-of-link"}) {
         EXPECT_EQ(send({{"TO", name}, {"FROM", "x"}}), 0);

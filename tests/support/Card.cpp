@@ -44,10 +44,18 @@ public:
     std::string value(Type type) {
         switch (type) {
             case Type::Int64:
+            case Type::UInt64:
             case Type::Double:
                 return take(8);
             case Type::Int32:
+            case Type::UInt32:
+            case Type::Float:
                 return take(4);
+            case Type::Int16:
+            case Type::UInt16:
+                return take(2);
+            case Type::Int8:
+            case Type::UInt8:
             case Type::Bool:
                 return take(1);
             case Type::Card: {
@@ -56,13 +64,10 @@ public:
             }
             case Type::String:
                 return text(number<uint32_t>());
-            case Type::Blob:
-            case Type::ArrayInt64:
-            case Type::ArrayInt32:
+            default:
+                mGood = mGood && (type == Type::Blob || (type >= Type::ArrayInt64 && type <= Type::ArrayFloat));
                 return take(number<uint32_t>());
         }
-        mGood = false;
-        return {};
     }
 
 private:
@@ -91,7 +96,7 @@ std::string Card::encode() const {
     for (const Field& field : mFields) {
         body += bytesOf(field.type) + bytesOf(static_cast<uint16_t>(field.name.size() + 1)) + field.name + '\0';
         const size_t end = field.type == Type::String ? 1 : 0;
-        if (end == 1 || field.type == Type::Blob || field.type == Type::ArrayInt32) {
+        if (end == 1 || field.type == Type::Blob || field.type >= Type::ArrayInt64) {
             body += bytesOf(static_cast<uint32_t>(field.value.size() + end));
         }
         body += field.value + std::string(end, '\0');

@@ -9,17 +9,33 @@
 /// Messages as fields and as bytes. No code of the product's: a test compares two independent readings of the format.
 namespace test_support {
 
-/// Type codes of fields on the wire, as far as messages of the agent have them.
+/// Type codes of fields on the wire.
 enum class Type : uint16_t {
     Card = 1,
     Int64 = 10,
+    UInt64 = 11,
     Int32 = 12,
+    UInt32 = 13,
+    Int16 = 14,
+    UInt16 = 15,
+    Int8 = 16,
+    UInt8 = 17,
     Bool = 18,
     String = 19,
     Blob = 20,
     Double = 21,
+    Float = 22,
     ArrayInt64 = 30,
+    ArrayUInt64 = 31,
     ArrayInt32 = 32,
+    ArrayUInt32 = 33,
+    ArrayInt16 = 34,
+    ArrayUInt16 = 35,
+    ArrayInt8 = 36,
+    ArrayUInt8 = 37,
+    ArrayBool = 38,
+    ArrayDouble = 39,
+    ArrayFloat = 40,
 };
 
 struct Field {
