@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+#include "harness/harness.h"
+
+/// What every codec writes and reads: the ten fields of a POST request as the client library fills it, and the fields
+/// of a reply. Names and values are the same for all; a codec that numbers its fields leaves the names out.
+namespace bench {
+
+inline constexpr const char* kTo = "inet-agent-cs";
+inline constexpr const char* kFrom = "position-engine";
+inline constexpr const char* kReq = "POST";
+inline constexpr std::int32_t kTxId = 4711;
+inline constexpr const char* kUrl = "https://posit.example.net/v1/assistance?format=2";
+inline constexpr std::int32_t kTimeoutSec = 30;
+inline constexpr bool kForceNew = true;
+inline constexpr const char* kContentType = "application/octet-stream";
+inline constexpr const char* kVersion = "1.2";
+inline constexpr unsigned char kPostData[64] = {1, 2, 3};
+
+inline constexpr const char* kResp = "HTTP-RESULT";
+inline constexpr std::int32_t kStatus = 200;
+inline constexpr std::size_t kSmallBody = 200;
+inline constexpr std::size_t kLargeBody = 4U << 20U;
+
+/// A body of zeros, as large as the largest.
+const unsigned char* body();
+
+/// The fields of a request as a reader got them.
+struct ReadRequest {
+    std::string_view to;
+    std::string_view from;
+    std::string_view req;
+    std::int32_t tx_id = 0;
+    std::string_view url;
+    std::int32_t timeout_sec = 0;
+    bool force_new = false;
+    std::string_view content_type;
+    std::string_view version;
+    const void* data = nullptr;
+    std::size_t size = 0;
+
+    [[nodiscard]] bool routed() const { return from == kFrom && req == kReq && tx_id == kTxId; }
+    [[nodiscard]] bool complete() const {
+        return routed() && to == kTo && url == kUrl && timeout_sec == kTimeoutSec && force_new == kForceNew &&
+               content_type == kContentType && version == kVersion && size == sizeof(kPostData) &&
+               std::memcmp(data, kPostData, size) == 0;
+    }
+};
+
+}  // namespace bench
