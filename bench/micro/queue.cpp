@@ -1,5 +1,8 @@
 // The hand-over between threads when nobody waits, beside the least that any such queue does.
 
+#include <pthread.h>
+
+#include <condition_variable>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -43,13 +46,26 @@ Loop passing(std::size_t depth) {
     };
 }
 
+/// The least: no waiting, no closing.
+template <typename Mutex>
 struct PlainQueue {
-    std::mutex mutex;
+    Mutex mutex;
     std::deque<void*> items;
 };
 
+/// What a mutex costs that notices its misuse, as ours does.
+class CheckingMutex {
+public:
+    void lock() { require(pthread_mutex_lock(&mMutex) == 0); }
+    void unlock() { require(pthread_mutex_unlock(&mMutex) == 0); }
+
+private:
+    pthread_mutex_t mMutex = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
+};
+
+template <typename Mutex>
 Loop passingPlain() {
-    return [queue = std::make_shared<PlainQueue>()](std::size_t n) {
+    return [queue = std::make_shared<PlainQueue<Mutex>>()](std::size_t n) {
         for (; n > 0; --n) {
             {
                 const std::lock_guard guard(queue->mutex);
@@ -62,13 +78,36 @@ Loop passingPlain() {
     };
 }
 
+/// The same as one would write it to wait at.
+struct WaitingQueue : PlainQueue<std::mutex> {
+    std::condition_variable filled;
+};
+
+Loop passingWaiting() {
+    return [queue = std::make_shared<WaitingQueue>()](std::size_t n) {
+        for (; n > 0; --n) {
+            {
+                const std::lock_guard guard(queue->mutex);
+                queue->items.push_back(&n);
+                queue->filled.notify_one();
+            }
+            std::unique_lock guard(queue->mutex);
+            queue->filled.wait(guard, [&] { return !queue->items.empty(); });
+            keep(queue->items.front());
+            queue->items.pop_front();
+        }
+    };
+}
+
 Register grown(std::size_t depth) {
     return Register(Row{"growth/queue", kOurs, [depth] { return passing(depth); }, depth});
 }
 
 const Register kRows[] = {
     Register(Row{"queue/depth-1", kOurs, [] { return passing(1); }}),
-    Register(Row{"queue/depth-1", "std::mutex + std::deque", passingPlain}),
+    Register(Row{"queue/depth-1", "std::mutex + std::deque", passingPlain<std::mutex>}),
+    Register(Row{"queue/depth-1", "error-checking mutex + std::deque", passingPlain<CheckingMutex>}),
+    Register(Row{"queue/depth-1", "std::mutex + std::deque + std::condition_variable", passingWaiting}),
     grown(1),
     grown(10),
     grown(100),
