@@ -75,10 +75,10 @@ std::unique_ptr<InPostcard> readerOf(const Bytes& bytes) {
     return reader;
 }
 
-std::string_view text(InPostcard& card, const char* name) {
+Text text(InPostcard& card, const char* name) {
     const char* value = nullptr;
     require(card.getString(name, &value) == 0);
-    return value;
+    return {value};
 }
 
 template <typename Make>
@@ -97,31 +97,27 @@ void readRoute(InPostcard& card, ReadRequest* read) {
 }
 
 Loop readingAll() {
-    return [bytes = bytesOf(*request())](std::size_t n) {
-        for (; n > 0; --n) {
-            const std::unique_ptr<InPostcard> card = readerOf(bytes);
-            ReadRequest read;
-            read.to = text(*card, envelope::kTo);
-            readRoute(*card, &read);
-            read.url = text(*card, protocol::kUrl);
-            int failed = card->getInt32(protocol::kTimeoutSec, read.timeout_sec);
-            failed |= card->getBool(protocol::kForceNewConnection, read.force_new);
-            read.content_type = text(*card, protocol::kContentType);
-            read.version = text(*card, protocol::kProtocolVersion);
-            failed |= card->getBlob(protocol::kPostData, &read.data, &read.size);
-            require(failed == 0 && read.complete());
-        }
-    };
+    return reading([bytes = bytesOf(*request())](ReadRequest* read) {
+        const std::unique_ptr<InPostcard> card = readerOf(bytes);
+        read->to = text(*card, envelope::kTo);
+        readRoute(*card, read);
+        read->url = text(*card, protocol::kUrl);
+        int failed = card->getInt32(protocol::kTimeoutSec, read->timeout_sec);
+        failed |= card->getBool(protocol::kForceNewConnection, read->force_new);
+        read->content_type = text(*card, protocol::kContentType);
+        read->version = text(*card, protocol::kProtocolVersion);
+        failed |= card->getBlob(protocol::kPostData, &read->data, &read->size);
+        require(failed == 0);
+        require(!read->look || read->complete());
+    });
 }
 
 Loop readingRoute() {
-    return [bytes = bytesOf(*request())](std::size_t n) {
-        for (; n > 0; --n) {
-            ReadRequest read;
-            readRoute(*readerOf(bytes), &read);
-            require(read.routed());
-        }
-    };
+    return reading([bytes = bytesOf(*request())](ReadRequest* read) {
+        const std::unique_ptr<InPostcard> card = readerOf(bytes);
+        readRoute(*card, read);
+        require(!read->look || read->routed());
+    });
 }
 
 Loop decodingBody(std::size_t wanted) {

@@ -46,7 +46,7 @@ public:
         require(bson_iter_init_find(&field, &mBson, name));
         return field;
     }
-    [[nodiscard]] std::string_view text(const char* name) const {
+    [[nodiscard]] Text text(const char* name) const {
         const bson_iter_t field = at(name);
         std::uint32_t size = 0;
         const char* value = bson_iter_utf8(&field, &size);
@@ -115,33 +115,27 @@ Loop encodingRequest() {
 }
 
 Loop readingAll() {
-    return [bytes = requestBytes()](std::size_t n) {
-        for (; n > 0; --n) {
-            const Reader card(bytes);
-            ReadRequest read;
-            read.to = card.text(envelope::kTo);
-            readRoute(card, &read);
-            read.url = card.text(protocol::kUrl);
-            read.timeout_sec = card.number(protocol::kTimeoutSec);
-            const bson_iter_t flag = card.at(protocol::kForceNewConnection);
-            read.force_new = bson_iter_bool(&flag);
-            read.content_type = card.text(protocol::kContentType);
-            read.version = card.text(protocol::kProtocolVersion);
-            read.data = card.blob(protocol::kPostData, &read.size);
-            require(read.complete());
-        }
-    };
+    return reading([bytes = requestBytes()](ReadRequest* read) {
+        const Reader card(bytes);
+        read->to = card.text(envelope::kTo);
+        readRoute(card, read);
+        read->url = card.text(protocol::kUrl);
+        read->timeout_sec = card.number(protocol::kTimeoutSec);
+        const bson_iter_t flag = card.at(protocol::kForceNewConnection);
+        read->force_new = bson_iter_bool(&flag);
+        read->content_type = card.text(protocol::kContentType);
+        read->version = card.text(protocol::kProtocolVersion);
+        read->data = card.blob(protocol::kPostData, &read->size);
+        require(!read->look || read->complete());
+    });
 }
 
 Loop readingRoute() {
-    return [bytes = requestBytes()](std::size_t n) {
-        for (; n > 0; --n) {
-            const Reader card(bytes);
-            ReadRequest read;
-            readRoute(card, &read);
-            require(read.routed());
-        }
-    };
+    return reading([bytes = requestBytes()](ReadRequest* read) {
+        const Reader card(bytes);
+        readRoute(card, read);
+        require(!read->look || read->routed());
+    });
 }
 
 Loop encodingResult(std::size_t size) {

@@ -71,7 +71,7 @@ public:
         }
         std::abort();
     }
-    [[nodiscard]] std::string_view text(const char* name) const {
+    [[nodiscard]] Text text(const char* name) const {
         const msgpack_object_str& value = at(name).via.str;
         return {value.ptr, value.size};
     }
@@ -127,34 +127,28 @@ Loop encodingRequest() {
 }
 
 Loop readingAll() {
-    return [bytes = requestBytes()](std::size_t n) {
-        for (; n > 0; --n) {
-            const Decoder card(bytes);
-            ReadRequest read;
-            read.to = card.text(envelope::kTo);
-            readRoute(card, &read);
-            read.url = card.text(protocol::kUrl);
-            read.timeout_sec = card.number(protocol::kTimeoutSec);
-            read.force_new = card.at(protocol::kForceNewConnection).via.boolean;
-            read.content_type = card.text(protocol::kContentType);
-            read.version = card.text(protocol::kProtocolVersion);
-            const msgpack_object_bin& data = card.at(protocol::kPostData).via.bin;
-            read.data = data.ptr;
-            read.size = data.size;
-            require(read.complete());
-        }
-    };
+    return reading([bytes = requestBytes()](ReadRequest* read) {
+        const Decoder card(bytes);
+        read->to = card.text(envelope::kTo);
+        readRoute(card, read);
+        read->url = card.text(protocol::kUrl);
+        read->timeout_sec = card.number(protocol::kTimeoutSec);
+        read->force_new = card.at(protocol::kForceNewConnection).via.boolean;
+        read->content_type = card.text(protocol::kContentType);
+        read->version = card.text(protocol::kProtocolVersion);
+        const msgpack_object_bin& data = card.at(protocol::kPostData).via.bin;
+        read->data = data.ptr;
+        read->size = data.size;
+        require(!read->look || read->complete());
+    });
 }
 
 Loop readingRoute() {
-    return [bytes = requestBytes()](std::size_t n) {
-        for (; n > 0; --n) {
-            const Decoder card(bytes);
-            ReadRequest read;
-            readRoute(card, &read);
-            require(read.routed());
-        }
-    };
+    return reading([bytes = requestBytes()](ReadRequest* read) {
+        const Decoder card(bytes);
+        readRoute(card, read);
+        require(!read->look || read->routed());
+    });
 }
 
 Loop encodingResult(std::size_t size) {

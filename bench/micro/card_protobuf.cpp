@@ -46,42 +46,40 @@ Loop encoding(Make make) {
     };
 }
 
+Text text(const std::string& value) {
+    return {value.data(), value.size()};
+}
+
 void readRoute(const proto::Request& card, ReadRequest* read) {
-    read->from = card.from();
-    read->req = card.req();
+    read->from = text(card.from());
+    read->req = text(card.req());
     read->tx_id = card.tx_id();
 }
 
 Loop readingAll() {
-    return [bytes = requestBytes()](std::size_t n) {
-        for (; n > 0; --n) {
-            proto::Request card;
-            require(card.ParseFromString(bytes));
-            ReadRequest read;
-            read.to = card.to();
-            readRoute(card, &read);
-            read.url = card.url();
-            read.timeout_sec = card.timeout_sec();
-            read.force_new = card.force_new_connection();
-            read.content_type = card.content_type();
-            read.version = card.protocol_version();
-            read.data = card.post_data().data();
-            read.size = card.post_data().size();
-            require(read.complete());
-        }
-    };
+    return reading([bytes = requestBytes()](ReadRequest* read) {
+        proto::Request card;
+        require(card.ParseFromString(bytes));
+        read->to = text(card.to());
+        readRoute(card, read);
+        read->url = text(card.url());
+        read->timeout_sec = card.timeout_sec();
+        read->force_new = card.force_new_connection();
+        read->content_type = text(card.content_type());
+        read->version = text(card.protocol_version());
+        read->data = card.post_data().data();
+        read->size = card.post_data().size();
+        require(!read->look || read->complete());
+    });
 }
 
 Loop readingRoute() {
-    return [bytes = requestBytes()](std::size_t n) {
-        for (; n > 0; --n) {
-            proto::Request card;
-            ReadRequest read;
-            require(card.ParseFromString(bytes));
-            readRoute(card, &read);
-            require(read.routed());
-        }
-    };
+    return reading([bytes = requestBytes()](ReadRequest* read) {
+        proto::Request card;
+        require(card.ParseFromString(bytes));
+        readRoute(card, read);
+        require(!read->look || read->routed());
+    });
 }
 
 Loop decodingBody(std::size_t size) {

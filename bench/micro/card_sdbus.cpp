@@ -54,10 +54,10 @@ sd_bus_message* request() {
     return message;
 }
 
-std::string_view text(sd_bus_message* message) {
+Text text(sd_bus_message* message) {
     const char* value = nullptr;
     require(sd_bus_message_read(message, "v", "s", &value) >= 0);
-    return value;
+    return {value};
 }
 
 std::int32_t number(sd_bus_message* message) {
@@ -106,30 +106,25 @@ Loop encoding() {
     };
 }
 
-Loop reading(bool route_only) {
-    return [message = request(), route_only](std::size_t n) {
-        for (; n > 0; --n) {
-            ReadRequest read;
-            const char* name = nullptr;
-            require(sd_bus_message_rewind(message, 1) >= 0 &&
-                    sd_bus_message_enter_container(message, 'a', "{sv}") >= 0);
-            while (sd_bus_message_enter_container(message, 'e', "sv") > 0) {
-                require(sd_bus_message_read(message, "s", &name) >= 0);
-                readValue(message, name, route_only, &read);
-                require(sd_bus_message_exit_container(message) >= 0);
-                if (route_only && read.tx_id != 0) {
-                    break;
-                }
+Loop readingMessage(bool route_only) {
+    return reading([message = request(), route_only](ReadRequest* read) {
+        const char* name = nullptr;
+        require(sd_bus_message_rewind(message, 1) >= 0 && sd_bus_message_enter_container(message, 'a', "{sv}") >= 0);
+        while (sd_bus_message_enter_container(message, 'e', "sv") > 0) {
+            require(sd_bus_message_read(message, "s", &name) >= 0);
+            readValue(message, name, route_only, read);
+            require(sd_bus_message_exit_container(message) >= 0);
+            if (route_only && read->tx_id != 0) {
+                break;
             }
-            require(route_only ? read.routed() : read.complete());
         }
-    };
+    });
 }
 
 const Register kRows[] = {
     Register(Row{"codec/request-encode", "sd-bus", encoding}),
-    Register(Row{"codec/request-read-all", "sd-bus", [] { return reading(false); }}),
-    Register(Row{"codec/request-read-three", "sd-bus", [] { return reading(true); }}),
+    Register(Row{"codec/request-read-all", "sd-bus", [] { return readingMessage(false); }}),
+    Register(Row{"codec/request-read-three", "sd-bus", [] { return readingMessage(true); }}),
 };
 
 }  // namespace

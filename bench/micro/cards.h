@@ -30,26 +30,53 @@ inline constexpr std::size_t kLargeBody = 4U << 20U;
 /// A body of zeros, as large as the largest.
 const unsigned char* body();
 
+/// A text in the reader's bytes; one with a terminating zero may come without its length.
+struct Text {
+    const char* data = nullptr;
+    std::size_t size = static_cast<std::size_t>(-1);
+
+    [[nodiscard]] bool is(std::string_view wanted) const {
+        return data != nullptr &&
+               std::string_view(data, size == static_cast<std::size_t>(-1) ? std::strlen(data) : size) == wanted;
+    }
+};
+
 /// The fields of a request as a reader got them.
 struct ReadRequest {
-    std::string_view to;
-    std::string_view from;
-    std::string_view req;
+    Text to;
+    Text from;
+    Text req;
     std::int32_t tx_id = 0;
-    std::string_view url;
+    Text url;
     std::int32_t timeout_sec = 0;
     bool force_new = false;
-    std::string_view content_type;
-    std::string_view version;
+    Text content_type;
+    Text version;
     const void* data = nullptr;
     std::size_t size = 0;
+    bool look = false;  ///< whether the reader is to require that all of it is right
 
-    [[nodiscard]] bool routed() const { return from == kFrom && req == kReq && tx_id == kTxId; }
+    [[nodiscard]] bool routed() const { return from.is(kFrom) && req.is(kReq) && tx_id == kTxId; }
     [[nodiscard]] bool complete() const {
-        return routed() && to == kTo && url == kUrl && timeout_sec == kTimeoutSec && force_new == kForceNew &&
-               content_type == kContentType && version == kVersion && size == sizeof(kPostData) &&
+        return routed() && to.is(kTo) && url.is(kUrl) && timeout_sec == kTimeoutSec && force_new == kForceNew &&
+               content_type.is(kContentType) && version.is(kVersion) && size == sizeof(kPostData) &&
                std::memcmp(data, kPostData, size) == 0;
     }
 };
+
+/// A loop over reads, the first of which is looked at, as long as the reader is there.
+template <typename Read>
+Loop reading(Read read) {
+    ReadRequest first;
+    first.look = true;
+    read(&first);
+    return [read](std::size_t n) {
+        for (; n > 0; --n) {
+            ReadRequest request;
+            read(&request);
+            keep(request);
+        }
+    };
+}
 
 }  // namespace bench

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
+#include "base/text.h"
 #include "postcard/FieldTable.h"
 #include "postcard/InPostcard.h"
 
@@ -15,6 +17,57 @@ namespace zv_loc_fw {
 /// bytes at `at` are what a stream over the same bytes would refuse as well.
 class FieldWalk {
 public:
+    /// A value that is there as a whole. Its length word, where it has one, is before it and not counted.
+    struct Value {
+        const char* bytes = nullptr;
+        size_t size = 0;
+    };
+
+    /// The value of the first field of that type and name, in one pass over an undamaged card. Null when there is none
+    /// or when anything is out of order: the caller then walks step by step, which tells what it is.
+    static Value findPlainly(const char* card, size_t size, eFieldType wanted_type, const char* wanted_name) {
+        const size_t length = std::strlen(wanted_name);
+        uint32_t header = 0;
+        if (card == nullptr || size < sizeof(header) || length == 0 || length >= UINT16_MAX) {
+            return {};
+        }
+        std::memcpy(&header, card, sizeof(header));
+        const size_t end = std::min(size, size_t{header} + sizeof(header));
+        const Head wanted{wanted_type, static_cast<uint16_t>(length + 1)};
+        for (size_t at = sizeof(header); at + sizeof(Head) <= end;) {
+            const Head head = load<Head>(card + at);
+            const char* name_here = card + at + sizeof(Head);
+            const size_t value = at + sizeof(Head) + head.name_size;
+            if (head.type == wanted.type && head.name_size == wanted.name_size && value <= end &&
+                sameShort(name_here, wanted_name, length)) {
+                return wholeValue(card, end, value, wanted_type);
+            }
+            if (head.name_size == 0) {
+                break;
+            }
+            // The commonest types by branches: those are foreseen, and the way on does not wait for the table.
+            if (head.type == FT_INT32) {
+                at = value + sizeof(int32_t);
+            } else if (head.type == FT_STRING) {
+                if (value + sizeof(uint32_t) > end) {
+                    break;
+                }
+                const auto word = load<uint32_t>(card + value);
+                if (word == 0) {
+                    break;
+                }
+                at = value + sizeof(word) + word;
+            } else {
+                const Value other = wholeValue(card, end, value, head.type);
+                if (other.bytes == nullptr) {
+                    break;
+                }
+                at = static_cast<size_t>(other.bytes - card) + other.size;
+            }
+        }
+        return {};
+    }
+
     FieldWalk() = default;
     FieldWalk(const void* bytes, size_t size)
         : mBytes(static_cast<const char*>(bytes)), mSize(bytes != nullptr ? size : 0) {}
@@ -109,6 +162,30 @@ public:
     size_t wanted = 0;
 
 private:
+    struct Head {
+        uint16_t type;
+        uint16_t name_size;
+    };
+
+    template <typename T>
+    static T load(const char* bytes) {
+        T value{};
+        std::memcpy(&value, bytes, sizeof(value));
+        return value;
+    }
+
+    static Value wholeValue(const char* card, size_t end, size_t at, uint16_t type) {
+        size_t size = type < kWidths.size() ? kWidths[type] : size_t{0};
+        if (size == kLengthWord) {
+            if (at + sizeof(uint32_t) > end) {
+                return {};
+            }
+            size = load<uint32_t>(card + at);
+            at += sizeof(uint32_t);
+        }
+        return size == 0 || at + size > end ? Value{} : Value{card + at, size};
+    }
+
     static constexpr uint8_t kLengthWord = 0xFF;  // not a width: the value begins with a length word
 
     static constexpr std::array<uint8_t, FT_ARRAY_FLOAT + 1> kWidths = [] {
