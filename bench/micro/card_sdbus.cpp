@@ -109,6 +109,7 @@ Loop encoding() {
 Loop readingMessage(bool route_only) {
     return reading([message = request(), route_only](ReadRequest* read) {
         const char* name = nullptr;
+        read->tx_id = 0;
         require(sd_bus_message_rewind(message, 1) >= 0 && sd_bus_message_enter_container(message, 'a', "{sv}") >= 0);
         while (sd_bus_message_enter_container(message, 'e', "sv") > 0) {
             require(sd_bus_message_read(message, "s", &name) >= 0);

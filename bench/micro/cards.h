@@ -71,8 +71,8 @@ Loop reading(Read read) {
     first.look = true;
     read(&first);
     return [read](std::size_t n) {
+        ReadRequest request;
         for (; n > 0; --n) {
-            ReadRequest request;
             read(&request);
             keep(request);
         }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -17,55 +18,55 @@ namespace zv_loc_fw {
 /// bytes at `at` are what a stream over the same bytes would refuse as well.
 class FieldWalk {
 public:
-    /// A value that is there as a whole. Its length word, where it has one, is before it and not counted.
-    struct Value {
-        const char* bytes = nullptr;
-        size_t size = 0;
+    /// What findPlainly() found.
+    struct Found {
+        const char* value = nullptr;  ///< there as a whole, behind its length word if it has one; null: no such field
+        size_t size = 0;              ///< the value's, or where the fields end; 0: something is out of order
     };
 
-    /// The value of the first field of that type and name, in one pass over an undamaged card. Null when there is none
-    /// or when anything is out of order: the caller then walks step by step, which tells what it is.
-    static Value findPlainly(const char* card, size_t size, eFieldType wanted_type, const char* wanted_name) {
+    /// Looks for the first field of that type and name, in one pass over an undamaged card. When anything is out of
+    /// order it does not say what: a walk step by step does.
+    [[gnu::always_inline]] static Found findPlainly(const char* card, size_t size, eFieldType wanted_type,
+                                                    const char* wanted_name) {
         const size_t length = std::strlen(wanted_name);
-        uint32_t header = 0;
-        if (card == nullptr || size < sizeof(header) || length == 0 || length >= UINT16_MAX) {
+        if (card == nullptr || size < sizeof(uint32_t) || length == 0 || length >= UINT16_MAX) {
             return {};
         }
-        std::memcpy(&header, card, sizeof(header));
-        const size_t end = std::min(size, size_t{header} + sizeof(header));
-        const Head wanted{wanted_type, static_cast<uint16_t>(length + 1)};
-        for (size_t at = sizeof(header); at + sizeof(Head) <= end;) {
-            const Head head = load<Head>(card + at);
-            const char* name_here = card + at + sizeof(Head);
+        const size_t told_end = size_t{load<uint32_t>(card)} + sizeof(uint32_t);
+        const size_t end = std::min(size, told_end);
+        const size_t last_word = end - sizeof(uint32_t);
+        const auto wanted = std::bit_cast<uint32_t>(Head{wanted_type, static_cast<uint16_t>(length + 1)});
+        size_t at = sizeof(uint32_t);
+        while (at <= last_word) {
+            const auto bits = load<uint32_t>(card + at);
+            const Head head = std::bit_cast<Head>(bits);
             const size_t value = at + sizeof(Head) + head.name_size;
-            if (head.type == wanted.type && head.name_size == wanted.name_size && value <= end &&
-                sameShort(name_here, wanted_name, length)) {
+            if (bits == wanted && value <= end && sameShort(card + at + sizeof(Head), wanted_name, length))
+                [[unlikely]] {
                 return wholeValue(card, end, value, wanted_type);
             }
-            if (head.name_size == 0) {
-                break;
+            if (head.name_size == 0) [[unlikely]] {
+                return {};
             }
             // The commonest types by branches: those are foreseen, and the way on does not wait for the table.
-            if (head.type == FT_INT32) {
-                at = value + sizeof(int32_t);
-            } else if (head.type == FT_STRING) {
-                if (value + sizeof(uint32_t) > end) {
-                    break;
-                }
+            if (head.type == FT_STRING && value <= last_word) {
                 const auto word = load<uint32_t>(card + value);
-                if (word == 0) {
-                    break;
+                if (word == 0) [[unlikely]] {
+                    return {};
                 }
                 at = value + sizeof(word) + word;
+            } else if (head.type == FT_INT32) {
+                at = value + sizeof(int32_t);
             } else {
-                const Value other = wholeValue(card, end, value, head.type);
-                if (other.bytes == nullptr) {
-                    break;
+                const Found other = wholeValue(card, end, value, head.type);
+                if (other.size == 0) {
+                    return {};
                 }
-                at = static_cast<size_t>(other.bytes - card) + other.size;
+                at = static_cast<size_t>(other.value - card) + other.size;
             }
         }
-        return {};
+        // Nothing is left but the end byte, which is not looked at.
+        return at + 1 == told_end && at <= size ? Found{nullptr, at} : Found{};
     }
 
     FieldWalk() = default;
@@ -162,6 +163,7 @@ public:
     size_t wanted = 0;
 
 private:
+    /// What a field begins with, its name behind it.
     struct Head {
         uint16_t type;
         uint16_t name_size;
@@ -174,7 +176,7 @@ private:
         return value;
     }
 
-    static Value wholeValue(const char* card, size_t end, size_t at, uint16_t type) {
+    static Found wholeValue(const char* card, size_t end, size_t at, uint16_t type) {
         size_t size = type < kWidths.size() ? kWidths[type] : size_t{0};
         if (size == kLengthWord) {
             if (at + sizeof(uint32_t) > end) {
@@ -183,7 +185,7 @@ private:
             size = load<uint32_t>(card + at);
             at += sizeof(uint32_t);
         }
-        return size == 0 || at + size > end ? Value{} : Value{card + at, size};
+        return size == 0 || at + size > end ? Found{} : Found{card + at, size};
     }
 
     static constexpr uint8_t kLengthWord = 0xFF;  // not a width: the value begins with a length word

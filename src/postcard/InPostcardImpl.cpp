@@ -131,19 +131,18 @@ int InPostcardImpl::init(const void* data, size_t size, bool own) {
     return result;
 }
 
-// The value of the first such field, with the cursor behind it; null, and nothing has happened, when that takes a
-// closer look.
-inline const char* InPostcardImpl::findPlainly(eFieldType type, const char* name, size_t* size) {
+// As FieldWalk's, with the cursor where the walk ends: behind the value, or at the end byte.
+FieldWalk::Found InPostcardImpl::findPlainly(eFieldType type, const char* name) {
     if (mPlainStream == nullptr) {
-        return nullptr;
+        return {};
     }
     const auto* card = static_cast<const char*>(mPlainStream->getBuffer());
-    const FieldWalk::Value value = FieldWalk::findPlainly(card, mPlainStream->getCapacity(), type, name);
-    if (value.bytes != nullptr) {
-        (void)mPlainStream->setGetCursor(static_cast<size_t>(value.bytes - card) + value.size);
-        *size = value.size;
+    const FieldWalk::Found found = FieldWalk::findPlainly(card, mPlainStream->getCapacity(), type, name);
+    if (found.size != 0) {
+        const size_t value = found.value != nullptr ? static_cast<size_t>(found.value - card) : 0;
+        (void)mPlainStream->setGetCursor(value + found.size);
     }
-    return value.bytes;
+    return found;
 }
 
 // Leaves the stream as if the walk had been made with it: the cursor where the walk stopped; and bytes that the walk
@@ -219,9 +218,10 @@ int InPostcardImpl::getSimple(eFieldType type, const char* name, T& value) {
     }
     // A bool is read as its byte: any other than 0 and 1 would be no bool.
     std::conditional_t<std::is_same_v<T, bool>, uint8_t, T> stored{};
-    size_t size = 0;
-    if (const char* bytes = findPlainly(type, name, &size); bytes != nullptr) {
-        std::memcpy(&stored, bytes, sizeof(stored));
+    if (const FieldWalk::Found plain = findPlainly(type, name); plain.value != nullptr) {
+        std::memcpy(&stored, plain.value, sizeof(stored));
+    } else if (plain.size != 0) {
+        return kFieldAbsent;
     } else if (const int result = readSlowly(type, name, &stored, sizeof(stored)); result != 0) {
         return result;
     }
@@ -250,9 +250,16 @@ int InPostcardImpl::getBlobByType(const char* name, eFieldType type, const void*
         return result;
     }
     if (index == 0) {
-        if (const char* value = findPlainly(type, name, size); value != nullptr) {
-            *data = with_length ? value : value - sizeof(uint32_t);
+        const FieldWalk::Found plain = findPlainly(type, name);
+        if (plain.value != nullptr) {
+            *data = with_length ? plain.value : plain.value - sizeof(uint32_t);
+            *size = plain.size;
             return 0;
+        }
+        if (plain.size != 0) {
+            *data = nullptr;
+            *size = 0;
+            return kFieldAbsent;
         }
     }
     return getBlobSlowly(name, type, data, size, with_length, index);
@@ -291,6 +298,21 @@ int InPostcardImpl::getBlob(const char* name, const void** data, size_t* size) {
 }
 
 int InPostcardImpl::getString(const char* name, const char** value) {
+    if (name != nullptr && value != nullptr) {
+        const FieldWalk::Found plain = findPlainly(FT_STRING, name);
+        if (plain.value != nullptr && plain.value[plain.size - 1] == '\0') {
+            *value = plain.value;
+            return 0;
+        }
+        if (plain.value == nullptr && plain.size != 0) {
+            *value = nullptr;
+            return kFieldAbsent;
+        }
+    }
+    return getStringSlowly(name, value);
+}
+
+int InPostcardImpl::getStringSlowly(const char* name, const char** value) {
     int result = 0;
     if (name == nullptr) {
         result = 2;  // no name

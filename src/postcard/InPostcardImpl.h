@@ -2,12 +2,12 @@
 
 #include <memory>
 
+#include "postcard/FieldWalk.h"
 #include "postcard/InMemoryStreamImpl.h"
 #include "postcard/InPostcard.h"
 
 namespace zv_loc_fw {
 
-class FieldWalk;
 class OutPostcard;
 
 /// Ready when there is a stream; without one every lookup answers 3.
@@ -53,9 +53,10 @@ public:
     int getBlobByType(const char* name, eFieldType type, const void** data, size_t* size, bool with_length, int index);
 
 private:
-    const char* findPlainly(eFieldType type, const char* name, size_t* size);
+    FieldWalk::Found findPlainly(eFieldType type, const char* name);
     int locate(uint16_t type, const char* name, int index, FieldWalk& walk);
     int readSlowly(eFieldType type, const char* name, void* value, size_t size);
+    int getStringSlowly(const char* name, const char** value);
     int getBlobSlowly(const char* name, eFieldType type, const void** data, size_t* size, bool with_length, int index);
     void settle(const FieldWalk& walk);
     template <typename T>
