@@ -60,7 +60,7 @@ Loop reading(std::size_t fields, std::size_t first) {
 }
 
 const bool kRegistered = [] {
-    for (const std::size_t fields : {1, 10, 50, 100, 500}) {
+    for (const std::size_t fields : {1U, 10U, 50U, 100U, 500U}) {
         Register(Row{"growth/card-encode", kOurs, [fields] { return encoding(fields); }, fields});
         Register(Row{"growth/card-read-last", kOurs, [fields] { return reading(fields, fields - 1); }, fields});
         Register(Row{"growth/card-read-all", kOurs, [fields] { return reading(fields, 0); }, fields});
