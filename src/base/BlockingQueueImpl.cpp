@@ -1,6 +1,5 @@
 #include "base/BlockingQueueImpl.h"
 
-#include <climits>
 #include <new>
 
 #include "base/Timestamp.h"
@@ -34,14 +33,6 @@ BlockingQueueImpl::~BlockingQueueImpl() {
     if (mItems.count() != 0) {
         log_warning(mName, "~BlockingQueueImpl: memory leak");
     }
-}
-
-int BlockingQueueImpl::ZeroIfShouldWaitAgain_locked() {
-    if (mClosed) {
-        return -1;
-    }
-    const size_t count = mItems.count();
-    return count > INT_MAX ? INT_MAX : static_cast<int>(count);
 }
 
 int BlockingQueueImpl::push(void* item) {

@@ -1,12 +1,14 @@
 #pragma once
 
+#include <climits>
+
 #include "base/BlockingQueue.h"
 #include "base/List.h"
 #include "base/WaitableBase.h"
 
 namespace zv_loc_fw {
 
-class BlockingQueueImpl : public BlockingQueue, public WaitableBase {
+class BlockingQueueImpl final : public BlockingQueue, public WaitableBase {
 public:
     explicit BlockingQueueImpl(const char* name);
     ~BlockingQueueImpl() override;
@@ -17,10 +19,15 @@ public:
     // Exempt: the mutex is held, or not, by the result of lock_and_wait.
     int pop(void** item, const TimeDiff& timeout, bool* closed) override NO_THREAD_SAFETY_ANALYSIS;
 
-protected:
-    int ZeroIfShouldWaitAgain_locked() override REQUIRES(mMutex);
-
 private:
+    int ZeroIfShouldWaitAgain_locked() override REQUIRES(mMutex) {
+        if (mClosed) {
+            return -1;
+        }
+        const size_t count = mItems.count();
+        return count > INT_MAX ? INT_MAX : static_cast<int>(count);
+    }
+
     const char* mName;
 
     Queue<void*> mItems GUARDED_BY(mMutex);

@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <string_view>
 
@@ -19,6 +20,7 @@ constexpr char kTag[] = "ConfigFile";
 
 constexpr size_t kBufferSize = 1024;
 constexpr size_t kLongestLine = 1022;
+static_assert(kLongestLine <= TextArena::kLongestText);
 
 constexpr int kReplacedByDefault = 1;
 
@@ -28,14 +30,6 @@ std::unique_ptr<char[]> copyOf(std::string_view text) {
     if (copy != nullptr) {
         text.copy(copy.get(), text.size());
         copy[text.size()] = '\0';
-    }
-    return copy;
-}
-
-std::unique_ptr<char[]> subStringDup(std::string_view text) {
-    std::unique_ptr<char[]> copy = copyOf(text);
-    if (copy == nullptr) {
-        log_error(kTag, "subStringDup failed %d", 4);
     }
     return copy;
 }
@@ -169,6 +163,14 @@ int ConfigFileImpl::readLines(FILE* file, int32_t& line) {
     return std::ferror(file) != 0 ? 10 : 0;  // 10: read error
 }
 
+const char* ConfigFileImpl::subStringDup(std::string_view text) {
+    const char* copy = mTexts.copy(text);
+    if (copy == nullptr) {
+        log_error(kTag, "subStringDup failed %d", 4);
+    }
+    return copy;
+}
+
 int ConfigFileImpl::addLine(const char* text, size_t length) {
     if (length > kLongestLine) {
         return 101;  // too long, or cut
@@ -198,20 +200,20 @@ int ConfigFileImpl::addLine(const char* text, size_t length) {
         }
         value = value.substr(1, value.size() - 2);
     }
-    ConfigPair pair{subStringDup(line.substr(0, key_size)), subStringDup(value)};
+    const ConfigPair pair{subStringDup(line.substr(0, key_size)), subStringDup(value)};
     if (pair.key == nullptr) {
         return 114;  // key not copied
     }
     if (pair.value == nullptr) {
         return 115;  // value not copied
     }
-    return mPairs.tryPush(std::move(pair)) ? 0 : 113;  // pair not kept
+    return mPairs.tryPush(pair) ? 0 : 113;  // pair not kept
 }
 
 const char* ConfigFileImpl::find(const char* key) const {
     for (const auto* node = mPairs.head(); node != nullptr; node = node->next) {
-        if (std::strcmp(node->value.key.get(), key) == 0) {
-            return node->value.value.get();
+        if (std::strcmp(node->value.key, key) == 0) {
+            return node->value.value;
         }
     }
     return nullptr;

@@ -1,10 +1,11 @@
 #pragma once
 
 #include <cstdio>
-#include <memory>
+#include <string_view>
 
 #include "base/ConfigFile.h"
 #include "base/List.h"
+#include "base/TextArena.h"
 
 namespace zv_loc_fw {
 
@@ -24,14 +25,15 @@ public:
 
 private:
     struct ConfigPair {
-        std::unique_ptr<char[]> key;
-        std::unique_ptr<char[]> value;
+        const char* key;  // both in mTexts
+        const char* value;
     };
 
     /// @param line out: lines read
     /// @param error out: errno of the failure
     int load(const char* path, int32_t& line, int& error);
     int readLines(FILE* file, int32_t& line);
+    const char* subStringDup(std::string_view text);
     int addLine(const char* text, size_t length);
     /// @return the value, null when the key is absent
     const char* find(const char* key) const;
@@ -40,6 +42,7 @@ private:
     int getAtLeast(int32_t lowest, const char* key, int32_t& value, const int32_t& default_value) const;
 
     bool mLoaded = false;
+    TextArena mTexts;
     /// Newest line first, so that a later line hides an earlier one.
     List<ConfigPair> mPairs;
 };

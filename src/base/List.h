@@ -76,10 +76,31 @@ protected:
     size_t mCount = 0;
 };
 
-/// First in, first out: pushed at the head, popped at the tail, which is found by walking (simple on purpose).
+/// First in, first out: pushed at the head, popped at the tail, which is found by walking (simple on purpose). One node
+/// that was popped is kept for the next push, so that a queue that is emptied as it is filled leaves the heap alone.
 template <typename T>
 class Queue : public List<T> {
 public:
+    using Node = typename List<T>::Node;
+
+    Queue() = default;
+    ~Queue() { delete mSpare; }
+    Queue(const Queue&) = delete;
+    Queue& operator=(const Queue&) = delete;
+
+    /// Adds a node at the head. Without memory the process ends.
+    void push(T value) {
+        if (mSpare == nullptr) {
+            List<T>::push(std::move(value));
+            return;
+        }
+        Node* node = std::exchange(mSpare, nullptr);
+        node->next = this->mHead;
+        node->value = std::move(value);
+        this->mHead = node;
+        ++this->mCount;
+    }
+
     /// Removes the oldest value.
     /// @return 0; 2 empty; 3 count and list disagree: logged as "pop: failed %d" under "Queue", the count is reset
     [[nodiscard]] int pop(T* value) {
@@ -91,16 +112,21 @@ public:
             this->mCount = 0;
             return 3;
         }
-        typename List<T>::Node** link = &this->mHead;
-        while ((*link)->next != nullptr) {
-            link = &(*link)->next;
+        Node* before = nullptr;
+        Node* last = this->mHead;
+        while (last->next != nullptr) {
+            before = last;
+            last = last->next;
         }
-        *value = std::move((*link)->value);
-        delete *link;
-        *link = nullptr;
+        *value = std::move(last->value);
+        (before != nullptr ? before->next : this->mHead) = nullptr;
         --this->mCount;
+        delete std::exchange(mSpare, last);
         return 0;
     }
+
+private:
+    Node* mSpare = nullptr;
 };
 
 }  // namespace zv_loc_fw

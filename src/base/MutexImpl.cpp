@@ -39,31 +39,19 @@ MutexImpl::~MutexImpl() {
     }
 }
 
-int MutexImpl::lock() NO_THREAD_SAFETY_ANALYSIS {
-    if (mVerbose) {
-        log_verbose_no_lock(mName, "lock: about to lock");
-    }
-    const int result = pthread_mutex_lock(&mMutex);
-    if (result != 0) {
-        log_error_no_lock(mName, "lock: pthread_mutex_lock return code: %d, [%s]", result, std::strerror(result));
-        return 1;
-    }
-    if (mVerbose) {
-        log_verbose_no_lock(mName, "lock: just acquired");
-    }
-    return 0;
+void MutexImpl::trace(const char* text) const {
+    log_verbose_no_lock(mName, "%s", text);
 }
 
-int MutexImpl::unlock() NO_THREAD_SAFETY_ANALYSIS {
-    if (pthread_mutex_unlock(&mMutex) != 0) {
-        const int error = errno;  // not the call's result: deliberate
-        log_error_no_lock(mName, "unlock: pthread_mutex_unlock error: %d, [%s]", error, std::strerror(error));
-        return 1;
-    }
-    if (mVerbose) {
-        log_verbose_no_lock(mName, "lock: just released");  // "lock": deliberate
-    }
-    return 0;
+int MutexImpl::lockFailed(int result) const {
+    log_error_no_lock(mName, "lock: pthread_mutex_lock return code: %d, [%s]", result, std::strerror(result));
+    return 1;
+}
+
+int MutexImpl::unlockFailed() const {
+    const int error = errno;  // not the call's result: deliberate
+    log_error_no_lock(mName, "unlock: pthread_mutex_unlock error: %d, [%s]", error, std::strerror(error));
+    return 1;
 }
 
 }  // namespace zv_loc_fw

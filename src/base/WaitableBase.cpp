@@ -41,50 +41,31 @@ WaitableBase::~WaitableBase() {
     }
 }
 
-void WaitableBase::trace(const char* text) const {
-    if (mVerbose) {
-        log_verbose_no_lock(mName, "%s", text);
-    }
+void WaitableBase::traceLine(const char* text) const {
+    log_verbose_no_lock(mName, "%s", text);
 }
 
-int WaitableBase::lock() {
-    trace("about to lock for state modification");
-    if (mMutex.lock() != 0) {
-        constexpr int kLockFailed = 3;
-        log_error_no_lock(mName, "lock : result %d", kLockFailed);
-        return kLockFailed;
-    }
-    trace("just acquired lock for state modification");
-    return 0;
+int WaitableBase::lockFailed() const {
+    constexpr int kLockFailed = 3;
+    log_error_no_lock(mName, "lock : result %d", kLockFailed);
+    return kLockFailed;
 }
 
-int WaitableBase::unlock() {
-    trace("about to unlock");
-    if (mMutex.unlock() != 0) {
-        constexpr int kUnlockFailed = 3;
-        log_error_no_lock(mName, "unlock : result %d", kUnlockFailed);
-        return kUnlockFailed;
-    }
-    trace("unlocked");
-    return 0;
+int WaitableBase::unlockFailed() const {
+    constexpr int kUnlockFailed = 3;
+    log_error_no_lock(mName, "unlock : result %d", kUnlockFailed);
+    return kUnlockFailed;
 }
 
-int WaitableBase::unlockAfterSignal(int signal_result, int& error) {
-    error = errno;
-    if (unlock() != 0) {
-        return 4;  // unlock failed
-    }
-    return signal_result != 0 ? 101 : 0;  // 101: signal failed
+int WaitableBase::waitLockFailed() const {
+    constexpr int kLockFailed = 2;
+    log_error_no_lock(mName, "WaitableBase: lock_and_wait error: %d", kLockFailed);
+    return kLockFailed;
 }
 
-int WaitableBase::signal_one_and_then_unlock() {
-    trace("about to signal");
-    int error = 0;
-    const int result = unlockAfterSignal(pthread_cond_signal(&mCondition), error);
-    if (result != 0) {
-        log_error_no_lock(mName, "WaitableBase: signal_one_and_then_unlock result: %d, errno %d, [%s]", result, error,
-                          std::strerror(error));
-    }
+int WaitableBase::signalFailed(int result, int error) const {
+    log_error_no_lock(mName, "WaitableBase: signal_one_and_then_unlock result: %d, errno %d, [%s]", result, error,
+                      std::strerror(error));
     return result;
 }
 
@@ -111,16 +92,10 @@ int WaitableBase::wait(const TimeDiff& timeout) {
     return pthread_cond_timedwait(&mCondition, mMutex.native(), &until);
 }
 
-int WaitableBase::lock_and_wait(const TimeDiff& timeout) {
-    constexpr int kLockFailed = 2;
+int WaitableBase::waitLocked(const TimeDiff& timeout) {
     constexpr int kWaitFailed = 15;
 
-    trace("about to lock for wait");
-    if (mMutex.lock() != 0) {
-        log_error_no_lock(mName, "WaitableBase: lock_and_wait error: %d", kLockFailed);
-        return kLockFailed;
-    }
-    while (ZeroIfShouldWaitAgain_locked() == 0) {
+    do {
         trace("about to wait");
         const int wait_result = wait(timeout);
         const int error = errno;
@@ -133,7 +108,7 @@ int WaitableBase::lock_and_wait(const TimeDiff& timeout) {
             log_error_no_lock(mName, "WaitableBase: lock_and_wait error: %d", kWaitFailed);
             return kWaitFailed;  // the mutex is held all the same
         }
-    }
+    } while (ZeroIfShouldWaitAgain_locked() == 0);
     return 0;
 }
 

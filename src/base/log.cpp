@@ -1,5 +1,7 @@
+#define ZV_LOG_FUNCTIONS  // for callers that do not test themselves
 #include "base/log.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <new>
@@ -15,6 +17,7 @@ namespace log_detail {
 
 // Before the initialiser below has run, the level is 0 and no line passes: other static objects may log at will.
 constinit State state;
+constinit std::atomic<int32_t> highest_threshold{0};
 
 }  // namespace log_detail
 
@@ -50,6 +53,17 @@ struct Route {
     uint32_t output_mask;
 };
 
+/// To be called after every change of a threshold, by whoever makes it.
+void publishHighestThreshold() {
+    int32_t highest = state.level.load(std::memory_order_relaxed);
+    if (state.local_levels != nullptr) {
+        for (auto* node = state.local_levels->head(); node != nullptr; node = node->next) {
+            highest = std::max(highest, node->value.level);
+        }
+    }
+    log_detail::highest_threshold.store(highest, std::memory_order_relaxed);
+}
+
 Route routeOf(const char* tag) {
     if (tag != nullptr && state.local_levels != nullptr) {
         for (auto* node = state.local_levels->head(); node != nullptr; node = node->next) {
@@ -63,7 +77,7 @@ Route routeOf(const char* tag) {
 }
 
 bool passes(const char* tag, ERROR_LEVEL level) {
-    return routeOf(tag).threshold >= level;
+    return log_detail::mayPass(level) && routeOf(tag).threshold >= level;
 }
 
 void lockedVlog(const char* tag, ERROR_LEVEL level, const char* format, va_list args) ZV_PRINTF(3, 0);
@@ -156,19 +170,18 @@ void vlog(const char* tag, ERROR_LEVEL level, const char* format, va_list args) 
 void log_error(const char* tag, const char* format, ...) {
     ZV_LOG_BODY(EL_ERROR, lockedVlog)
 }
-void log_warning(const char* tag, const char* format, ...) {
-    ZV_LOG_BODY(EL_WARNING, lockedVlog)
-}
-void log_info(const char* tag, const char* format, ...) {
-    ZV_LOG_BODY(EL_INFO, lockedVlog)
-}
-void log_debug(const char* tag, const char* format, ...) {
-    ZV_LOG_BODY(EL_DEBUG, lockedVlog)
-}
-void log_verbose(const char* tag, const char* format, ...) {
-    ZV_LOG_BODY(EL_VERBOSE, lockedVlog)
-}
-void log_error_no_lock(const char* tag, const char* format, ...) {
+void log_warning(const char* tag, const char* format, ...){ZV_LOG_BODY(EL_WARNING, lockedVlog)}
+#define ZV_DEFINE_LOG(name, level)                                 \
+    void name(const char* tag, const char* format, ...) {          \
+        ZV_LOG_BODY(level, lockedVlog)                             \
+    }                                                              \
+    void name##_called(const char* tag, const char* format, ...) { \
+        ZV_LOG_BODY(level, lockedVlog)                             \
+    }
+ZV_DEFINE_LOG(log_info, EL_INFO) ZV_DEFINE_LOG(log_debug, EL_DEBUG) ZV_DEFINE_LOG(log_verbose, EL_VERBOSE)
+#undef ZV_DEFINE_LOG
+
+    void log_error_no_lock(const char* tag, const char* format, ...) {
     ZV_LOG_BODY(EL_ERROR, vlog)
 }
 void log_verbose_no_lock(const char* tag, const char* format, ...) {
@@ -185,6 +198,7 @@ void log_set_global_level(ERROR_LEVEL level) {
         const AutoLock guard(state.lock);
         if (guard.holds()) {
             state.level.store(level, std::memory_order_relaxed);
+            publishHighestThreshold();
         } else {
             result = 3;  // lock failed
         }
@@ -220,12 +234,17 @@ int log_add_local_level(const char* tag, ERROR_LEVEL level, uint32_t output_mask
     if (tag != nullptr && copy == nullptr) {
         return 3;  // no memory
     }
-    return state.local_levels->tryPush({std::move(copy), level, output_mask}) ? 0 : 3;
+    if (!state.local_levels->tryPush({std::move(copy), level, output_mask})) {
+        return 3;  // no memory
+    }
+    publishHighestThreshold();
+    return 0;
 }
 
 void log_clear_local_levels() {
     if (state.local_levels != nullptr) {
         state.local_levels->clear();
+        publishHighestThreshold();
     }
 }
 

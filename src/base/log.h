@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdint>
 
@@ -22,12 +23,43 @@ enum ERROR_LEVEL : int32_t {
 
 #define ZV_PRINTF(format_index, first_argument) __attribute__((format(printf, format_index, first_argument)))
 
+namespace log_detail {
+
+/// What no line of any tag may exceed to pass; kept with the thresholds.
+extern std::atomic<int32_t> highest_threshold;
+
+[[nodiscard]] inline bool mayPass(ERROR_LEVEL level) {
+    return highest_threshold.load(std::memory_order_relaxed) >= level;
+}
+
+}  // namespace log_detail
+
+// The calls that are filtered as a rule test in their callers whether any line of the kind may pass, where the compiler
+// can hand a call's arguments on: what is not called saves no registers. Elsewhere they are functions like the others.
+// The call itself goes unchecked, as its format was checked a line above.
+#if defined(__GNUC__) && !defined(__clang__) && !defined(ZV_LOG_FUNCTIONS)
+#define ZV_DECLARE_LOG(name, level)                                                           \
+    void name##_called(const char* tag, const char* format, ...);                             \
+    extern inline __attribute__((always_inline, gnu_inline, format(printf, 2, 3))) void name( \
+        const char* tag, const char* format, ...) {                                           \
+        if (log_detail::mayPass(level)) {                                                     \
+            name##_called(tag, format, __builtin_va_arg_pack());                              \
+        }                                                                                     \
+    }
+#else
+#define ZV_DECLARE_LOG(name, level)                                               \
+    void name##_called(const char* tag, const char* format, ...) ZV_PRINTF(2, 3); \
+    void name(const char* tag, const char* format, ...) ZV_PRINTF(2, 3);
+#endif
+
 /// @param tag the component; may be null, the line then carries no brackets
 void log_error(const char* tag, const char* format, ...) ZV_PRINTF(2, 3);
 void log_warning(const char* tag, const char* format, ...) ZV_PRINTF(2, 3);
-void log_info(const char* tag, const char* format, ...) ZV_PRINTF(2, 3);
-void log_debug(const char* tag, const char* format, ...) ZV_PRINTF(2, 3);
-void log_verbose(const char* tag, const char* format, ...) ZV_PRINTF(2, 3);
+ZV_DECLARE_LOG(log_info, EL_INFO)
+ZV_DECLARE_LOG(log_debug, EL_DEBUG)
+ZV_DECLARE_LOG(log_verbose, EL_VERBOSE)
+
+#undef ZV_DECLARE_LOG
 
 /// As log_error, without taking the global lock: for reports about locks themselves.
 void log_error_no_lock(const char* tag, const char* format, ...) ZV_PRINTF(2, 3);

@@ -62,13 +62,9 @@ int InMemoryStreamImpl::extract(void* dest, size_t n) {
     return 0;
 }
 
-int InMemoryStreamImpl::setGetCursor(size_t pos) {
-    if (pos > mCapacity) {
-        log_error(kTag, "setGetCursor range error");
-        return 1;  // beyond the capacity
-    }
-    mGetCursor = pos;
-    return 0;
+int InMemoryStreamImpl::refuseCursor() {
+    log_error(kTag, "setGetCursor range error");
+    return 1;  // beyond the capacity
 }
 
 InMemoryStream* InMemoryStreamImpl::clone() const {

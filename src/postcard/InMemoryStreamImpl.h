@@ -18,11 +18,19 @@ public:
     int setBufferNoDup(const void* buffer, size_t size) override;
     [[nodiscard]] int extract(void* dest, size_t n) override;
     [[nodiscard]] size_t getGetCursor() const override { return mGetCursor; }
-    [[nodiscard]] int setGetCursor(size_t pos) override;
+    [[nodiscard]] int setGetCursor(size_t pos) override {
+        if (pos > mCapacity) {
+            return refuseCursor();
+        }
+        mGetCursor = pos;
+        return 0;
+    }
     [[nodiscard]] size_t getCapacity() const override { return mCapacity; }
     [[nodiscard]] InMemoryStream* clone() const override;
 
 private:
+    static int refuseCursor();
+
     const char* mBuffer = nullptr;
     std::unique_ptr<const char[]> mOwned;  // mBuffer, when it is this stream's to free
     size_t mGetCursor = 0;

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 
 #include "base/log.h"
@@ -66,17 +67,7 @@ InPostcard* InPostcard::createInstance(OutPostcard* writer) {
         log_error(kTag, "InPostcardImpl(pInMem) failed %d", 2);  // no writer
         return reader.release();
     }
-    std::unique_ptr<InMemoryStreamImpl> stream(new (std::nothrow) InMemoryStreamImpl);
-    if (stream == nullptr) {
-        log_error(kTag, "InPostcardImpl(pInMem) failed %d", 3);  // no memory
-        return reader.release();
-    }
-    if (auto* written = dynamic_cast<OutMemoryStreamImpl*>(writer->getInternalBuffer()); written != nullptr) {
-        const size_t size = written->getSize();
-        const void* bytes = written->releaseBuffer().release();
-        (void)stream->setBufferOwnership(&bytes, size);
-    }
-    *reader = InPostcardImpl(std::move(stream));
+    reader->take(writer);
     return reader.release();
 }
 
@@ -106,25 +97,52 @@ bool InPostcard::hasField(InPostcard& card, const char* name) {
     return false;
 }
 
+InPostcardImpl::InPostcardImpl(std::unique_ptr<InMemoryStream> stream)
+    : mAdoptedStream(std::move(stream)), mStream(mAdoptedStream.get()) {
+    if (mStream != nullptr && typeid(*mStream) == typeid(InMemoryStreamImpl)) {
+        mPlainStream = static_cast<InMemoryStreamImpl*>(mStream);
+    }
+}
+
+void InPostcardImpl::take(OutPostcard* writer) {
+    if (auto* written = dynamic_cast<OutMemoryStreamImpl*>(writer->getInternalBuffer()); written != nullptr) {
+        const size_t size = written->getSize();
+        const void* bytes = written->releaseBuffer().release();
+        (void)mOwnStream.setBufferOwnership(&bytes, size);
+    }
+    mStream = mPlainStream = &mOwnStream;
+}
+
 int InPostcardImpl::init(const void* data, size_t size, bool own) {
     int result = 0;
     if (data == nullptr) {
         result = 2;  // no data
     } else if (size == 0) {
         result = 3;  // no bytes
+    } else if ((own ? mOwnStream.setBufferOwnership(&data, size) : mOwnStream.setBufferNoDup(data, size)) != 0) {
+        result = 5;  // not adopted
     } else {
-        mStream.reset(new (std::nothrow) InMemoryStreamImpl);
-        if (mStream == nullptr) {
-            result = 4;  // no memory
-        } else if ((own ? mStream->setBufferOwnership(&data, size) : mStream->setBufferNoDup(data, size)) != 0) {
-            result = 5;  // not adopted
-            mStream.reset();
-        }
+        mStream = mPlainStream = &mOwnStream;
+        mAdoptedStream.reset();
     }
     if (result != 0) {
         log_error(kTag, "init failed %d", result);
     }
     return result;
+}
+
+// As FieldWalk's, with the cursor where the walk ends: behind the value, or at the end byte.
+FieldWalk::Found InPostcardImpl::findPlainly(eFieldType type, const char* name) {
+    if (mPlainStream == nullptr) {
+        return {};
+    }
+    const auto* card = static_cast<const char*>(mPlainStream->getBuffer());
+    const FieldWalk::Found found = FieldWalk::findPlainly(card, mPlainStream->getCapacity(), type, name);
+    if (found.size != 0) {
+        const size_t value = found.value != nullptr ? static_cast<size_t>(found.value - card) : 0;
+        (void)mPlainStream->setGetCursor(value + found.size);
+    }
+    return found;
 }
 
 // Leaves the stream as if the walk had been made with it: the cursor where the walk stopped; and bytes that the walk
@@ -171,25 +189,18 @@ int InPostcardImpl::findField(uint16_t type, const char* name, int index) {
     return result;
 }
 
-template <typename T>
-int InPostcardImpl::getSimple(eFieldType type, const char* name, T& value) {
+int InPostcardImpl::readSlowly(eFieldType type, const char* name, void* value, size_t size) {
     int result = 0;
     FieldWalk walk;
-    if (name == nullptr) {
-        result = 2;  // no name
-    } else if (const int found = locate(type, name, 0, walk); found == kFieldAbsent) {
+    if (const int found = locate(type, name, 0, walk); found == kFieldAbsent) {
         return kFieldAbsent;
     } else if (found != 0) {
         result = 3;  // lookup failed
     } else {
-        // A bool is read as its byte: any other than 0 and 1 would be no bool.
-        std::conditional_t<std::is_same_v<T, bool>, uint8_t, T> stored{};
-        if (!walk.read(stored)) {
+        if (const char* bytes = walk.take(size); bytes == nullptr) {
             result = 4;  // value cut off
-        } else if constexpr (std::is_same_v<T, bool>) {
-            value = stored == 1;
         } else {
-            value = stored;
+            std::memcpy(value, bytes, size);
         }
         settle(walk);
     }
@@ -197,6 +208,29 @@ int InPostcardImpl::getSimple(eFieldType type, const char* name, T& value) {
         log_error(kTag, "get simple failed %d", result);
     }
     return result;
+}
+
+template <typename T>
+int InPostcardImpl::getSimple(eFieldType type, const char* name, T& value) {
+    if (name == nullptr) {
+        log_error(kTag, "get simple failed %d", 2);  // no name
+        return 2;
+    }
+    // A bool is read as its byte: any other than 0 and 1 would be no bool.
+    std::conditional_t<std::is_same_v<T, bool>, uint8_t, T> stored{};
+    if (const FieldWalk::Found plain = findPlainly(type, name); plain.value != nullptr) {
+        std::memcpy(&stored, plain.value, sizeof(stored));
+    } else if (plain.size != 0) {
+        return kFieldAbsent;
+    } else if (const int result = readSlowly(type, name, &stored, sizeof(stored)); result != 0) {
+        return result;
+    }
+    if constexpr (std::is_same_v<T, bool>) {
+        value = stored == 1;
+    } else {
+        value = stored;
+    }
+    return 0;
 }
 
 int InPostcardImpl::getPtr(const char* name, void*& value) {
@@ -210,31 +244,48 @@ int InPostcardImpl::getPtr(const char* name, void*& value) {
 
 int InPostcardImpl::getBlobByType(const char* name, eFieldType type, const void** data, size_t* size, bool with_length,
                                   int index) {
-    int result = 0;
-    if (name == nullptr) {
-        result = 2;  // no name
-    } else if (data == nullptr || size == nullptr) {
-        result = 3;  // no output
-    } else {
-        *data = nullptr;
-        *size = 0;
-        FieldWalk walk;
-        uint32_t length = 0;
-        if (const int found = locate(type, name, index, walk); found == kFieldAbsent) {
-            return kFieldAbsent;
-        } else if (found != 0) {
-            result = 4;  // lookup failed
-        } else {
-            if (!walk.read(length)) {
-                result = 5;  // length word cut off
-            } else if (const char* value = walk.take(length); value == nullptr) {
-                result = 7;  // value empty or cut off
-            } else {
-                *size = length;
-                *data = with_length ? value : value - sizeof(length);
-            }
-            settle(walk);
+    if (name == nullptr || data == nullptr || size == nullptr) {
+        const int result = name == nullptr ? 2 : 3;  // no name; no output
+        log_error(kTag, "get blob failed %d", result);
+        return result;
+    }
+    if (index == 0) {
+        const FieldWalk::Found plain = findPlainly(type, name);
+        if (plain.value != nullptr) {
+            *data = with_length ? plain.value : plain.value - sizeof(uint32_t);
+            *size = plain.size;
+            return 0;
         }
+        if (plain.size != 0) {
+            *data = nullptr;
+            *size = 0;
+            return kFieldAbsent;
+        }
+    }
+    return getBlobSlowly(name, type, data, size, with_length, index);
+}
+
+int InPostcardImpl::getBlobSlowly(const char* name, eFieldType type, const void** data, size_t* size, bool with_length,
+                                  int index) {
+    int result = 0;
+    *data = nullptr;
+    *size = 0;
+    FieldWalk walk;
+    uint32_t length = 0;
+    if (const int found = locate(type, name, index, walk); found == kFieldAbsent) {
+        return kFieldAbsent;
+    } else if (found != 0) {
+        result = 4;  // lookup failed
+    } else {
+        if (!walk.read(length)) {
+            result = 5;  // length word cut off
+        } else if (const char* value = walk.take(length); value == nullptr) {
+            result = 7;  // value empty or cut off
+        } else {
+            *size = length;
+            *data = with_length ? value : value - sizeof(length);
+        }
+        settle(walk);
     }
     if (result != 0) {
         log_error(kTag, "get blob failed %d", result);
@@ -247,6 +298,21 @@ int InPostcardImpl::getBlob(const char* name, const void** data, size_t* size) {
 }
 
 int InPostcardImpl::getString(const char* name, const char** value) {
+    if (name != nullptr && value != nullptr) {
+        const FieldWalk::Found plain = findPlainly(FT_STRING, name);
+        if (plain.value != nullptr && plain.value[plain.size - 1] == '\0') {
+            *value = plain.value;
+            return 0;
+        }
+        if (plain.value == nullptr && plain.size != 0) {
+            *value = nullptr;
+            return kFieldAbsent;
+        }
+    }
+    return getStringSlowly(name, value);
+}
+
+int InPostcardImpl::getStringSlowly(const char* name, const char** value) {
     int result = 0;
     if (name == nullptr) {
         result = 2;  // no name

@@ -2,20 +2,26 @@
 
 #include <memory>
 
+#include "postcard/FieldWalk.h"
+#include "postcard/InMemoryStreamImpl.h"
 #include "postcard/InPostcard.h"
 
 namespace zv_loc_fw {
 
-class FieldWalk;
+class OutPostcard;
 
 /// Ready when there is a stream; without one every lookup answers 3.
 class InPostcardImpl final : public InPostcard {
 public:
     InPostcardImpl() = default;
-    explicit InPostcardImpl(std::unique_ptr<InMemoryStream> stream) : mStream(std::move(stream)) {}
+    explicit InPostcardImpl(std::unique_ptr<InMemoryStream> stream);
+    InPostcardImpl(const InPostcardImpl&) = delete;
+    InPostcardImpl& operator=(const InPostcardImpl&) = delete;
 
     [[nodiscard]] int init(const void* data, size_t size, bool own) override;
-    [[nodiscard]] InMemoryStream* getBuffer() override { return mStream.get(); }
+    /// Reads what the writer's stream held, which is left without.
+    void take(OutPostcard* writer);
+    [[nodiscard]] InMemoryStream* getBuffer() override { return mStream; }
 
 #define ZV_DECLARE(Suffix, Type, Code)                       \
     int get##Suffix(const char* name, Type& value) override; \
@@ -47,14 +53,21 @@ public:
     int getBlobByType(const char* name, eFieldType type, const void** data, size_t* size, bool with_length, int index);
 
 private:
+    FieldWalk::Found findPlainly(eFieldType type, const char* name);
     int locate(uint16_t type, const char* name, int index, FieldWalk& walk);
+    int readSlowly(eFieldType type, const char* name, void* value, size_t size);
+    int getStringSlowly(const char* name, const char** value);
+    int getBlobSlowly(const char* name, eFieldType type, const void** data, size_t* size, bool with_length, int index);
     void settle(const FieldWalk& walk);
     template <typename T>
     int getSimple(eFieldType type, const char* name, T& value);
     template <typename T>
     int getArray(eFieldType type, const char* name, int* count, T* out);
 
-    std::unique_ptr<InMemoryStream> mStream;
+    InMemoryStreamImpl mOwnStream;
+    std::unique_ptr<InMemoryStream> mAdoptedStream;
+    InMemoryStream* mStream = nullptr;           // one of these two
+    InMemoryStreamImpl* mPlainStream = nullptr;  // the same, when it is of our own kind: needs no virtual call
 };
 
 }  // namespace zv_loc_fw

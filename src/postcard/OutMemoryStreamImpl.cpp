@@ -70,6 +70,12 @@ int OutMemoryStreamImpl::reserve(size_t capacity) {
     return 0;
 }
 
+int OutMemoryStreamImpl::reserveBehind(size_t n) {
+    // One more than asked for: append() grows when it would just fit.
+    const size_t need = checkedAdd(checkedAdd(mPutCursor, n), 1);
+    return need <= mCapacity ? 0 : reserve(std::max(need, checkedMul(mCapacity, size_t{2})));
+}
+
 std::unique_ptr<char[]> OutMemoryStreamImpl::releaseBuffer() {
     mPutCursor = 0;
     mCapacity = 0;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstring>
+#include <functional>
 #include <memory>
 
 #include "postcard/MemoryStream.h"
@@ -43,6 +44,15 @@ public:
 
     /// Makes room for at least `capacity` bytes in all, silently. @return 0; 2 no memory
     [[nodiscard]] int reserve(size_t capacity);
+    /// Makes room for n more bytes, so that appends of no more do not grow; where that takes growing, at least to twice
+    /// the capacity. @return as reserve()
+    [[nodiscard]] int reserveBehind(size_t n);
+
+    /// Whether these bytes are this stream's own, which growing moves.
+    [[nodiscard]] bool holds(const void* bytes) const {
+        const std::less<const void*> before;
+        return mBuffer != nullptr && !before(bytes, mBuffer.get()) && before(bytes, mBuffer.get() + mCapacity);
+    }
 
     /// Hands the bytes over (getSize() of them, asked before); the stream is then as new.
     [[nodiscard]] std::unique_ptr<char[]> releaseBuffer();

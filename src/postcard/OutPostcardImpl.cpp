@@ -5,6 +5,7 @@
 #include <new>
 
 #include "base/log.h"
+#include "base/text.h"
 
 namespace zv_loc_fw {
 
@@ -14,18 +15,20 @@ constexpr char kTag[] = "OutPostcard";
 
 constexpr uint32_t kOpenHeader = 0x12345678;  // stands in the header's place until the card is finished
 constexpr char kEndByte = 0;
-constexpr size_t kNameLimit = 256;      // with its zero
-constexpr size_t kFirstCapacity = 256;  // an ordinary message fits without growing
+constexpr size_t kNameLimit = 256;             // with its zero
+constexpr size_t kFirstCapacity = 512;         // an ordinary message fits without growing
+constexpr size_t kLongestInOneGo = 1U << 30U;  // beyond it sizes are looked at closely
+constexpr size_t kUsualRest = 256;  // of a card, behind a value that did not fit: the fields of a reply and the end
 
 static_assert(sizeof(void*) == sizeof(long long), "pointers travel as FT_INT64");
 
 // The whole field head in one go, at a place that claim() gave. Returns the place behind it.
-char* putHead(char* place, uint16_t type, const char* name, size_t length) {
+inline char* putHead(char* place, uint16_t type, const char* name, size_t length) {
     const auto name_size = static_cast<uint16_t>(length + 1);
     std::memcpy(place, &type, sizeof(type));
     std::memcpy(place + sizeof(type), &name_size, sizeof(name_size));
     place += sizeof(type) + sizeof(name_size);
-    std::memcpy(place, name, name_size);
+    copyShort(place, name, name_size);
     return place + name_size;
 }
 
@@ -77,7 +80,7 @@ int OutPostcardImpl::finalize() {
     return result;
 }
 
-int OutPostcardImpl::checkName(const char* name, size_t& length) const {
+inline int OutPostcardImpl::checkName(const char* name, size_t& length) const {
     if (mState != kOpen) {
         return 2;  // not open
     }
@@ -94,17 +97,8 @@ int OutPostcardImpl::checkName(const char* name, size_t& length) const {
     return 0;
 }
 
-template <typename T>
-int OutPostcardImpl::appendSimple(eFieldType type, const char* name, const T& value) {
-    size_t length = 0;
-    const int check = checkName(name, length);
-    if (check != 0) {
-        return check;
-    }
-    if (char* place = mStream.claim(headSize(length) + sizeof(T)); place != nullptr) {
-        std::memcpy(putHead(place, type, name, length), &value, sizeof(T));
-        return 0;
-    }
+int OutPostcardImpl::appendSimpleGrowing(eFieldType type, const char* name, size_t length, const void* value,
+                                         size_t size) {
     const uint16_t code = type;
     const auto name_size = static_cast<uint16_t>(length + 1);
     if (mStream.append(&code, sizeof(code)) != 0) {
@@ -116,10 +110,24 @@ int OutPostcardImpl::appendSimple(eFieldType type, const char* name, const T& va
     if (mStream.append(name, name_size) != 0) {
         return 8;  // name
     }
-    if (mStream.append(&value, sizeof(T)) != 0) {
+    if (mStream.append(value, size) != 0) {
         return 9;  // value
     }
     return 0;
+}
+
+template <typename T>
+int OutPostcardImpl::appendSimple(eFieldType type, const char* name, const T& value) {
+    size_t length = 0;
+    const int check = checkName(name, length);
+    if (check != 0) {
+        return check;
+    }
+    if (char* place = mStream.claim(headSize(length) + sizeof(T)); place != nullptr) {
+        std::memcpy(putHead(place, type, name, length), &value, sizeof(T));
+        return 0;
+    }
+    return appendSimpleGrowing(type, name, length, &value, sizeof(T));
 }
 
 template <typename T>
@@ -131,21 +139,26 @@ int OutPostcardImpl::addSimple(eFieldType type, const char* name, const T& value
     return result;
 }
 
-int OutPostcardImpl::appendLong(eFieldType type, const char* name, size_t length, const void* data, size_t size,
-                                bool with_length) {
+int OutPostcardImpl::appendLongGrowing(eFieldType type, const char* name, size_t length, const void* data, size_t size,
+                                       bool with_length) {
     if (size > std::numeric_limits<uint32_t>::max()) {
         return 11;  // the length word cannot tell so many bytes
     }
     const uint16_t code = type;
     const auto name_size = static_cast<uint16_t>(length + 1);
     const auto data_size = static_cast<uint32_t>(size);
-    if (char* place = mStream.claim(headSize(length)); place != nullptr) {
-        putHead(place, type, name, length);
-    } else if (mStream.append(&code, sizeof(code)) != 0) {
+    // One copy of what is there, however large the value is and whatever small follows. Without the memory for it, the
+    // steps below find out how far it goes; what lies in the buffer itself would go with the old one.
+    if (!mStream.holds(data) && !mStream.holds(name)) {
+        (void)mStream.reserveBehind(headSize(length) + sizeof(data_size) + size + kUsualRest);
+    }
+    if (mStream.append(&code, sizeof(code)) != 0) {
         return 8;  // type
-    } else if (mStream.append(&name_size, sizeof(name_size)) != 0) {
+    }
+    if (mStream.append(&name_size, sizeof(name_size)) != 0) {
         return 9;  // name length
-    } else if (mStream.append(name, name_size) != 0) {
+    }
+    if (mStream.append(name, name_size) != 0) {
         return 10;  // name
     }
     if (with_length && mStream.append(&data_size, sizeof(data_size)) != 0) {
@@ -154,6 +167,23 @@ int OutPostcardImpl::appendLong(eFieldType type, const char* name, size_t length
     if (mStream.append(data, size) != 0) {
         return 12;  // data; a size of 0 ends here too, as the stream appends no empty run
     }
+    return 0;
+}
+
+inline int OutPostcardImpl::appendLong(eFieldType type, const char* name, size_t length, const void* data, size_t size,
+                                       bool with_length) {
+    const size_t word_size = with_length ? sizeof(uint32_t) : 0;
+    if (size == 0 || size > kLongestInOneGo) {
+        return appendLongGrowing(type, name, length, data, size, with_length);
+    }
+    char* place = mStream.claim(headSize(length) + word_size + size);
+    if (place == nullptr) {
+        return appendLongGrowing(type, name, length, data, size, with_length);
+    }
+    place = putHead(place, type, name, length);
+    const auto data_size = static_cast<uint32_t>(size);
+    std::memcpy(place, &data_size, word_size);
+    copyShort(place + word_size, static_cast<const char*>(data), size);
     return 0;
 }
 

@@ -47,8 +47,11 @@ private:
     int addSimple(eFieldType type, const char* name, const T& value);
     template <typename T>
     int appendSimple(eFieldType type, const char* name, const T& value);
+    int appendSimpleGrowing(eFieldType type, const char* name, size_t length, const void* value, size_t size);
     int addArray(eFieldType type, const char* name, int count, const void* elements, size_t width);
     int appendLong(eFieldType type, const char* name, size_t length, const void* data, size_t size, bool with_length);
+    int appendLongGrowing(eFieldType type, const char* name, size_t length, const void* data, size_t size,
+                          bool with_length);
 
     State mState = kCreated;
     OutMemoryStreamImpl mStream;

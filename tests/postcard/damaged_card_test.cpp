@@ -1,4 +1,7 @@
+#include <algorithm>
+
 #include "PostcardTest.h"
+#include "postcard/InMemoryStreamImpl.h"
 
 namespace zv_loc_fw {
 namespace {
@@ -79,6 +82,63 @@ TEST_F(DamagedCardTest, EveryChangedByteIsReadSafely) {
             changed[at] = static_cast<uint8_t>(changed[at] ^ change);
             readEverything(*reading(changed));
             EXPECT_FALSE(HasFailure()) << "byte " << at << " changed by " << change;
+        }
+    }
+}
+
+// A stream that the reader does not know, so that it walks step by step.
+class OtherStream : public InMemoryStream {
+public:
+    explicit OtherStream(const Bytes& bytes) { (void)mStream.setBufferNoDup(bytes.data(), bytes.size()); }
+    size_t getSize() const override { return mStream.getSize(); }
+    const void* getBuffer() const override { return mStream.getBuffer(); }
+    int setBufferOwnership(const void** buffer, size_t size) override {
+        return mStream.setBufferOwnership(buffer, size);
+    }
+    int setBufferNoDup(const void* buffer, size_t size) override { return mStream.setBufferNoDup(buffer, size); }
+    int extract(void* dest, size_t n) override { return mStream.extract(dest, n); }
+    size_t getGetCursor() const override { return mStream.getGetCursor(); }
+    int setGetCursor(size_t pos) override { return mStream.setGetCursor(pos); }
+    size_t getCapacity() const override { return mStream.getCapacity(); }
+    InMemoryStream* clone() const override { return mStream.clone(); }
+
+private:
+    InMemoryStreamImpl mStream;
+};
+
+// The short way through a card and the one step by step agree on every result, line and cursor.
+TEST_F(DamagedCardTest, BothWaysThroughACardAgree) {
+    const Bytes whole = everyType() + Bytes{0, 0};
+    const auto outcome = [&](InPostcard& reader, const Bytes& bytes) {
+        std::string all;
+        const auto add = [&](int result, const void* data, size_t size) {
+            const auto at = data == nullptr ? 0 : static_cast<const uint8_t*>(data) - bytes.data();
+            all += std::to_string(result) + " " + std::to_string(at) + " " + std::to_string(size) + " " +
+                   std::to_string(reader.getBuffer()->getGetCursor()) + " " + said() + "\n";
+        };
+        for (const char* name : {"n", "last", "absent"}) {
+            const char* text = nullptr;
+            const void* data = nullptr;
+            size_t size = 0;
+            int number = 0;
+            uint8_t small = 0;
+            add(reader.getString(name, &text), text, 0);
+            add(reader.getBlob(name, &data, &size), data, size);
+            add(reader.getInt32(name, number), nullptr, static_cast<size_t>(number));
+            add(reader.getUInt8(name, small), nullptr, small);
+        }
+        return all;
+    };
+    for (size_t at = 0; at < whole.size() && !HasFailure(); ++at) {
+        for (int change : {0x00, 0x01, 0x02, 0x04, 0x10, 0x80, 0xFF, static_cast<int>(whole[at])}) {
+            for (const size_t kept : {whole.size(), whole.size() - 2, at + 1}) {
+                Bytes changed(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(std::max(kept, at + 1)));
+                changed[at] = static_cast<uint8_t>(changed[at] ^ change);
+                const Reader plain(InPostcard::createInstance());
+                ASSERT_EQ(0, plain->init(changed.data(), changed.size(), false));
+                const Reader stepping(InPostcard::createInstance(new OtherStream(changed)));
+                EXPECT_EQ(outcome(*stepping, changed), outcome(*plain, changed)) << at << " " << change << " " << kept;
+            }
         }
     }
 }
