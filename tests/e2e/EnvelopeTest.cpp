@@ -1,3 +1,4 @@
+#include <atomic>
 #include <filesystem>
 
 #include "e2e/E2eTest.h"
@@ -67,7 +68,7 @@ TEST_F(EnvelopeTest, ReplyNeverLeavesTheSocketDirectory) {
     const std::string outside = socketPath("../outside");
     start();
     TestClient elsewhere("../outside");
-    for (const std::string& from : {std::string("nobody"), std::string(), elsewhere.name(), std::string(200, 'n')}) {
+    for (const std::string& from : {std::string("nobody"), std::string(), elsewhere.name(), std::string(4096, 'n')}) {
         SCOPED_TRACE(from);
         ASSERT_EQ(mClient.send(getFrom(from)), 0);
         expectServed();
@@ -78,10 +79,26 @@ TEST_F(EnvelopeTest, ReplyNeverLeavesTheSocketDirectory) {
 TEST_F(EnvelopeTest, ClientIsReachedAfterARestartAndByAnAlias) {
     start();
     for (int32_t i = 0; i < 3; ++i) {
-        TestClient restarted("restarted");
-        const Card request = restarted.get(kCs, mHttp.url("/hello"), i);
-        expectCard(restarted.exchange(request), result(request, 200, "hello\n"));
+        TestClient again("restarted");
+        const Card request = again.get(kCs, mHttp.url("/hello"), i);
+        expectCard(again.exchange(request), result(request, 200, "hello\n"));
     }
+    // Also between its request and the reply.
+    std::atomic<bool> restarted{false};
+    const RawServer server([&](RawConnection& connection) {
+        (void)connection.readRequest();
+        while (!restarted && connection.sleep(1)) {
+        }
+        connection.sendAll(RawServer::response("200 OK", {}, "late"));
+    });
+    std::optional<TestClient> client(std::in_place, "restarted");
+    const Card pending = client->get(kCs, server.url(), 4);
+    ASSERT_EQ(client->send(pending), 0);
+    ASSERT_TRUE(server.waitForConnections(1));
+    client.emplace("restarted");
+    restarted = true;
+    expectCard(client->receive(), result(pending, 200, "late"));
+
     std::filesystem::create_symlink(socketPath("client"), socketPath("alias"));
     expectCard(mClient.exchange(getFrom("alias")), result(getFrom("alias"), 200, "hello\n"));
 }

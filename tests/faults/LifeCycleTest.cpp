@@ -39,8 +39,8 @@ TEST(LifeCycle, TheEndComesFromAnywhereAtAnyTime) {
     for (int round = 0; round < rounds(); ++round) {
         SCOPED_TRACE(round);
         const auto moment = static_cast<Moment>(round % kMoments);
-        CsReqController one("one", "one");
         TdpDlReqController two("two", "two");
+        CsReqController one("one", "one");  // goes first: its timer kills the other
         ASSERT_EQ(one.init() + two.init(), 0);
         one.shutdownTimer().setLaunchTriggerMask(1);
         one.shutdownTimer().setTimeoutMs(0);
