@@ -1,3 +1,5 @@
+#include <sys/resource.h>
+
 #include <atomic>
 #include <filesystem>
 
@@ -74,6 +76,22 @@ TEST_F(EnvelopeTest, ReplyNeverLeavesTheSocketDirectory) {
         expectServed();
     }
     EXPECT_FALSE(elsewhere.receive(std::chrono::milliseconds(0)).has_value());
+}
+
+TEST_F(EnvelopeTest, WithoutDescriptorsMessagesAreDroppedOneByOne) {
+    start();
+    expectServed();
+    rlimit limit{};
+    ASSERT_EQ(prlimit(agent().pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
+    const rlimit none{4, limit.rlim_max};  // none to be had, but enough to poll as many
+    ASSERT_EQ(prlimit(agent().pid(), RLIMIT_NOFILE, &none, nullptr), 0);
+    ASSERT_EQ(mClient.send(mClient.post(kCs, mHttp.url("/echo"), std::string(100000, 'x'), 1)), 0);
+    EXPECT_TRUE(agent().waitForLine("its descriptors could not all be received"));
+    ASSERT_EQ(mClient.send(mClient.get(kCs, mHttp.url("/hello"), 2).boolean("FORCE_NEW_CONNECTION", true)), 0);
+    EXPECT_TRUE(agent().waitForLine("curl error 7: "));
+    EXPECT_TRUE(agent().waitForLine("/client dropped: Too many open files"));
+    ASSERT_EQ(prlimit(agent().pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+    expectServed();
 }
 
 TEST_F(EnvelopeTest, ClientIsReachedAfterARestartAndByAnAlias) {

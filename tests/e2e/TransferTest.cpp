@@ -1,3 +1,5 @@
+#include <atomic>
+
 #include "e2e/E2eTest.h"
 #include "support/CertificateAuthority.h"
 #include "support/HttpServer.h"
@@ -141,23 +143,23 @@ TEST_F(TransferTest, BrokenAnswerIsAFailureOrATimeout) {
     enum End { kClose, kReset, kStall, kDrip, kRepeat };
     struct {
         std::string bytes;  // the answer
+        const char* error;  // the client's
         End end;            // what follows; kDrip and kRepeat send it in bytes, or over and over
-        const char* error;
         int32_t size = 0;
     } const answers[] = {
-        {"", kClose, "Empty reply"},
-        {"garbage\r\n\r\n", kClose, "HTTP/0.9"},
-        {ok + "X", kReset, "reset by peer"},
-        {ten_bytes + "0123", kReset, "reset by peer", 4},
-        {ok + "Content-Length: -1\r\n\r\n", kClose, "Content-Length"},
-        {ok + "Transfer-Encoding: chunked\r\n\r\nzz\r\n", kClose, "chunk"},
-        {ok + "X: " + std::string(1000, 'x') + "\r\n", kRepeat, ""},
-        {"", kStall, "timed out"},
-        {ok + "X", kStall, "timed out"},
-        {ten_bytes + "0123", kStall, "timed out", 4},
-        {ok + "X: " + std::string(10000, 'x'), kDrip, "timed out"},
+        {"", "Empty reply", kClose},
+        {"garbage\r\n\r\n", "HTTP/0.9", kClose},
+        {ok + "X", "reset by peer", kReset},
+        {ten_bytes + "0123", "reset by peer", kReset, 4},
+        {ok + "Content-Length: -1\r\n\r\n", "Content-Length", kClose},
+        {ok + "Transfer-Encoding: chunked\r\n\r\nzz\r\n", "chunk", kClose},
+        {ok + "X: " + std::string(1000, 'x') + "\r\n", "", kRepeat},
+        {"", "timed out", kStall},
+        {ok + "X", "timed out", kStall},
+        {ten_bytes + "0123", "timed out", kStall, 4},
+        {ok + "X: " + std::string(10000, 'x'), "timed out", kDrip},
     };
-    size_t row = 0;  // the one that the server plays; written only between exchanges
+    std::atomic<size_t> row{0};  // the one that the server plays
     const RawServer server([&](RawConnection& connection) {
         if (connection.readRequest().empty()) {
             return;
@@ -181,7 +183,7 @@ TEST_F(TransferTest, BrokenAnswerIsAFailureOrATimeout) {
     });
     start();
     for (row = 0; row < std::size(answers); ++row) {
-        SCOPED_TRACE(row);
+        SCOPED_TRACE(answers[row].bytes.substr(0, 50));
         const bool timeout = answers[row].error == std::string("timed out");
         const Card request = mClient.get(kTdpDl, server.url(), 1, timeout ? 3 : 60);
         expectFailed(mClient.exchange(request), request, timeout, answers[row].error, answers[row].size);

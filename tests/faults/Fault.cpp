@@ -68,13 +68,12 @@ bool Fault::fired() {
 }
 
 void prepareCurl() {
-    const auto fail = [] { return fails(Point::CurlMemory); };
-    static const auto failing = fail;
+    constexpr Point kHere = Point::CurlMemory;
     (void)curl_global_init_mem(
-        CURL_GLOBAL_ALL, [](size_t size) { return failing() ? nullptr : std::malloc(size); }, std::free,
-        [](void* old, size_t size) { return failing() ? nullptr : std::realloc(old, size); },
-        [](const char* text) { return failing() ? nullptr : strdup(text); },
-        [](size_t count, size_t size) { return failing() ? nullptr : std::calloc(count, size); });
+        CURL_GLOBAL_ALL, [](size_t size) { return fails(kHere) ? nullptr : std::malloc(size); }, std::free,
+        [](void* old, size_t size) { return fails(kHere) ? nullptr : std::realloc(old, size); },
+        [](const char* text) { return fails(kHere) ? nullptr : strdup(text); },
+        [](size_t count, size_t size) { return fails(kHere) ? nullptr : std::calloc(count, size); });
 }
 
 }  // namespace fault_test
@@ -117,6 +116,8 @@ FAULT_POINT(Symlink, -1, int, symlink, (const char* target, const char* path), (
 FAULT_POINT(Write, -1, ssize_t, write, (int fd, const void* data, size_t size), (fd, data, size))
 
 int __real___android_log_print(int priority, const char* tag, const char* format, ...);
+int __wrap___android_log_print(int priority, const char* tag, const char* format, ...)
+    __attribute__((format(printf, 3, 4)));
 
 int __wrap___android_log_print(int priority, const char* tag, const char* format, ...) {
     char text[2048];

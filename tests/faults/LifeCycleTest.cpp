@@ -16,9 +16,9 @@ using namespace zv_loc_fw;
 using test_support::Card;
 
 /// More where somebody has the time: ROUNDS in the environment.
-int rounds() {
+long rounds() {
     const char* const text = std::getenv("ROUNDS");
-    return text != nullptr ? std::atoi(text) : 200;
+    return text != nullptr ? std::strtol(text, nullptr, 10) : 200;
 }
 
 size_t openDescriptors() {
@@ -36,7 +36,7 @@ TEST(LifeCycle, TheEndComesFromAnywhereAtAnyTime) {
     size_t connections = 0;
     const size_t descriptors = openDescriptors();
     enum Moment { kBeforeLaunch, kBeforeListen, kTwice, kInTransfer, kQueued, kTimer, kMoments };
-    for (int round = 0; round < rounds(); ++round) {
+    for (long round = 0; round < rounds(); ++round) {
         SCOPED_TRACE(round);
         const auto moment = static_cast<Moment>(round % kMoments);
         TdpDlReqController two("two", "two");
