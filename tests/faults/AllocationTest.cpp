@@ -69,6 +69,7 @@ protected:
     /// first, if only after its controller was told of the result that it waits for in vain.
     /// @return what it left: lines of errors, and how its client heard; nothing when nothing failed
     std::optional<std::string> failOnce(Point point, int n, const Card& request) {
+        sync();  // the request before has said all it had to
         log.clear();
         const Fault fault(point, {.nth = n, .on = On::AgentThreads});
         EXPECT_EQ(client.send(request), 0);

@@ -74,7 +74,8 @@ TEST(LifeCycle, TheEndComesFromAnywhereAtAnyTime) {
         for (std::thread& thread : threads) {
             thread.join();
         }
-        EXPECT_FALSE(client.receive(std::chrono::milliseconds(0)).has_value()) << "nobody is answered any more";
+        const auto reply = client.receive(std::chrono::milliseconds(0));
+        EXPECT_FALSE(reply.has_value()) << "nobody is answered any more: " << reply->describe();
     }
     const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (openDescriptors() != descriptors && std::chrono::steady_clock::now() < patience) {
