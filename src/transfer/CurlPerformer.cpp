@@ -91,8 +91,9 @@ int CurlPerformer::run() {
 }
 
 void CurlPerformer::interrupt() {
-    mInterrupted = true;
+    // In this order: an aborted transfer's worker closes sockets, perhaps behind mSockets' back (OpenSockets.cpp).
     mSockets.shutDownAll();
+    mInterrupted = true;
 }
 
 size_t CurlPerformer::curl_data_handler(char* data, size_t size, size_t count, void* worker) {

@@ -1,8 +1,9 @@
 #pragma once
 
 #include <curl/curl.h>
+#include <sys/types.h>
 
-#include <set>
+#include <map>
 
 #include "base/MutexImpl.h"
 
@@ -23,7 +24,7 @@ public:
 
 private:
     MutexImpl mMutex;
-    std::set<curl_socket_t> mOpen GUARDED_BY(mMutex);
+    std::map<curl_socket_t, ino_t> mOpen GUARDED_BY(mMutex);
     bool mShutDown GUARDED_BY(mMutex) = false;
 };
 

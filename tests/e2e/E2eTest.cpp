@@ -122,6 +122,8 @@ RawServer::Script misbehaviour() {
             answer(path.substr(7) + " Moved", {"Location: /final"});
         } else if (path == "/moved-twice") {
             answer("302 Moved", {"Location: /moved/302"});
+        } else if (path == "/loop") {
+            answer("302 Moved", {"Location: /loop"});
         } else if (path == "/final") {
             answer("200 OK", {});
         } else if (path == "/reset") {

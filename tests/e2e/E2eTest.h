@@ -61,7 +61,7 @@ void leaveStaleSocket(const std::string& name);
 /// For RawServer: answers by the path of the request.
 ///
 ///     /moved/N   status N, to /final        /moved-twice   to /moved/302
-///     /final     the request's method and body
+///     /final     the request's method and body      /loop    302, to itself
 ///     /reset     a reset                    /cut     ten bytes of a body of a hundred, then the end
 ///     /stall     nothing, ever
 [[nodiscard]] RawServer::Script misbehaviour();

@@ -1,3 +1,6 @@
+#include <sys/resource.h>
+
+#include <atomic>
 #include <filesystem>
 
 #include "e2e/E2eTest.h"
@@ -67,7 +70,7 @@ TEST_F(EnvelopeTest, ReplyNeverLeavesTheSocketDirectory) {
     const std::string outside = socketPath("../outside");
     start();
     TestClient elsewhere("../outside");
-    for (const std::string& from : {std::string("nobody"), std::string(), elsewhere.name(), std::string(200, 'n')}) {
+    for (const std::string& from : {std::string("nobody"), std::string(), elsewhere.name(), std::string(4096, 'n')}) {
         SCOPED_TRACE(from);
         ASSERT_EQ(mClient.send(getFrom(from)), 0);
         expectServed();
@@ -75,13 +78,45 @@ TEST_F(EnvelopeTest, ReplyNeverLeavesTheSocketDirectory) {
     EXPECT_FALSE(elsewhere.receive(std::chrono::milliseconds(0)).has_value());
 }
 
+TEST_F(EnvelopeTest, WithoutDescriptorsMessagesAreDroppedOneByOne) {
+    start();
+    expectServed();
+    rlimit limit{};
+    ASSERT_EQ(prlimit(agent().pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
+    const rlimit none{4, limit.rlim_max};  // none to be had, but enough to poll as many
+    ASSERT_EQ(prlimit(agent().pid(), RLIMIT_NOFILE, &none, nullptr), 0);
+    ASSERT_EQ(mClient.send(mClient.post(kCs, mHttp.url("/echo"), std::string(100000, 'x'), 1)), 0);
+    EXPECT_TRUE(agent().waitForLine("its descriptors could not all be received"));
+    ASSERT_EQ(mClient.send(mClient.get(kCs, mHttp.url("/hello"), 2).boolean("FORCE_NEW_CONNECTION", true)), 0);
+    EXPECT_TRUE(agent().waitForLine("curl error 7: "));
+    EXPECT_TRUE(agent().waitForLine("/client dropped: Too many open files"));
+    ASSERT_EQ(prlimit(agent().pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+    expectServed();
+}
+
 TEST_F(EnvelopeTest, ClientIsReachedAfterARestartAndByAnAlias) {
     start();
     for (int32_t i = 0; i < 3; ++i) {
-        TestClient restarted("restarted");
-        const Card request = restarted.get(kCs, mHttp.url("/hello"), i);
-        expectCard(restarted.exchange(request), result(request, 200, "hello\n"));
+        TestClient again("restarted");
+        const Card request = again.get(kCs, mHttp.url("/hello"), i);
+        expectCard(again.exchange(request), result(request, 200, "hello\n"));
     }
+    // Also between its request and the reply.
+    std::atomic<bool> restarted{false};
+    const RawServer server([&](RawConnection& connection) {
+        (void)connection.readRequest();
+        while (!restarted && connection.sleep(1)) {
+        }
+        connection.sendAll(RawServer::response("200 OK", {}, "late"));
+    });
+    std::optional<TestClient> client(std::in_place, "restarted");
+    const Card pending = client->get(kCs, server.url(), 4);
+    ASSERT_EQ(client->send(pending), 0);
+    ASSERT_TRUE(server.waitForConnections(1));
+    client.emplace("restarted");
+    restarted = true;
+    expectCard(client->receive(), result(pending, 200, "late"));
+
     std::filesystem::create_symlink(socketPath("client"), socketPath("alias"));
     expectCard(mClient.exchange(getFrom("alias")), result(getFrom("alias"), 200, "hello\n"));
     // Links that lead nowhere harm nobody else.

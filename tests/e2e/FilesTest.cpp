@@ -70,7 +70,13 @@ TEST_F(FilesTest, ArchiveKeepsBodiesOfTheChosenClients) {
     }
 }
 
-TEST_F(FilesTest, MissingDirectoryHarmsNoTransfer) {
+TEST_F(FilesTest, MissingDirectoryOrFullDiskHarmsNoTransfer) {
+    std::filesystem::create_symlink("/dev/full", mRoot + "curl_verbose.log");
+    configure({{"CAIRN_CURL_VERBOSE_ENABLED", "1"}});
+    start();
+    expectPosted("client");
+    stop();
+
     configure({{"CAIRN_CURL_VERBOSE_ENABLED", "1"},
                {"ENABLE_SAVE_SERVER_REQ_AND_RESP_MASK", "7"},
                {"CAIRN_AP_ROOT_DIR", "/data/nowhere/"}});

@@ -1,3 +1,5 @@
+#include <csignal>
+
 #include "e2e/E2eTest.h"
 
 namespace test_support {
@@ -28,6 +30,21 @@ TEST_F(ShutdownTimerTest, IdleDeviceEndsTheProcess) {
         expectNoSockets();
         EXPECT_EQ(agent().count("Started shutdown timer for process INET-AGENT"), 1U);
         EXPECT_EQ(agent().count("[inet-agent-cs] Shutting down process..."), 1U);
+    }
+}
+
+TEST_F(ShutdownTimerTest, SignalAtTheSameTimeChangesNothing) {
+    configure({}, {{"PROCESS_SHUTDOWN_TIMER_IN_MS", "0"}});
+    for (int i = 0; i < 20; ++i) {
+        SCOPED_TRACE(i);
+        startSubscribed("1");
+        ASSERT_TRUE(waitForSocket(kTdpDl));
+        tell(deviceState(false, false));
+        agent().signal(SIGTERM);
+        expectEnd(ProcessEnd::exit(0));
+        expectNoSockets();
+        while (mOsAgent.receive(std::chrono::milliseconds(0)).has_value()) {  // unsubscribed, or not
+        }
     }
 }
 

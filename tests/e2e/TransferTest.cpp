@@ -1,3 +1,5 @@
+#include <atomic>
+
 #include "e2e/E2eTest.h"
 #include "support/CertificateAuthority.h"
 #include "support/HttpServer.h"
@@ -97,6 +99,7 @@ TEST_F(TransferTest, FailedTransferIsAResult) {
     const HttpServer expired(
         HttpServer::Tls{mAuthority.issueServer({"127.0.0.1"}, CertificateAuthority::Validity::Expired)});
     const HttpServer misnamed(HttpServer::Tls{mAuthority.issueServer({"elsewhere.test"})});
+    const RawServer hasty([](RawConnection& connection) { connection.reset(); });  // before it knows of any request
     const auto redirect = [&](const std::string& to) { return mHttp.url("/redirect?to=" + to); };
     struct {
         std::string url;
@@ -107,6 +110,12 @@ TEST_F(TransferTest, FailedTransferIsAResult) {
         {mRaw.url("/reset"), "reset by peer"},
         {mRaw.url("/cut"), "90 bytes remaining", 10},
         {mRaw.url("/moved-twice"), "Maximum (1) redirects followed"},
+        {mRaw.url("/loop"), "Maximum (1) redirects followed"},
+        // Longer than any label may be, so nobody is asked.
+        {"http://" + std::string(64, 'n') + ".test/", "Could not resolve host"},
+        {"https" + mHttp.url("/hello").substr(4), "SSL"},
+        {hasty.url(), "onnect"},
+        {"https" + hasty.url().substr(4), "onnect"},
         {untrusted.url("/hello"), "certificate"},
         {expired.url("/hello"), "certificate"},
         {misnamed.url("/hello"), "127.0.0.1"},
@@ -128,11 +137,69 @@ TEST_F(TransferTest, FailedTransferIsAResult) {
     EXPECT_EQ(untrusted.requestCount() + expired.requestCount() + misnamed.requestCount(), 0U);
 }
 
-TEST_F(TransferTest, TransferOverItsTimeIsATimeout) {
+TEST_F(TransferTest, BrokenAnswerIsAFailureOrATimeout) {
+    const std::string ok = "HTTP/1.1 200 OK\r\n";
+    const std::string ten_bytes = ok + "Content-Length: 10\r\n\r\n";
+    enum End { kClose, kReset, kStall, kDrip, kRepeat };
+    struct {
+        std::string bytes;  // the answer
+        const char* error;  // the client's
+        End end;            // what follows; kDrip and kRepeat send it in bytes, or over and over
+        int32_t size = 0;
+    } const answers[] = {
+        {"", "Empty reply", kClose},
+        {"garbage\r\n\r\n", "HTTP/0.9", kClose},
+        {ok + "X", "reset by peer", kReset},
+        {ten_bytes + "0123", "reset by peer", kReset, 4},
+        {ok + "Content-Length: -1\r\n\r\n", "Content-Length", kClose},
+        {ok + "Transfer-Encoding: chunked\r\n\r\nzz\r\n", "chunk", kClose},
+        {ok + "X: " + std::string(1000, 'x') + "\r\n", "", kRepeat},
+        {"", "timed out", kStall},
+        {ok + "X", "timed out", kStall},
+        {ten_bytes + "0123", "timed out", kStall, 4},
+        {ok + "X: " + std::string(10000, 'x'), "timed out", kDrip},
+    };
+    std::atomic<size_t> row{0};  // the one that the server plays
+    const RawServer server([&](RawConnection& connection) {
+        if (connection.readRequest().empty()) {
+            return;
+        }
+        const auto& answer = answers[row];
+        if (answer.end == kDrip) {
+            for (size_t i = 0; i < answer.bytes.size() && connection.sleep(20); ++i) {
+                connection.sendAll(answer.bytes.substr(i, 1));
+            }
+            return;
+        }
+        connection.sendAll(answer.bytes);
+        for (int i = 0; answer.end == kRepeat && i < 2000; ++i) {
+            connection.sendAll(answer.bytes.substr(ok.size()));
+        }
+        if (answer.end == kReset) {
+            connection.reset();
+        } else if (answer.end == kStall) {
+            connection.stall();
+        }
+    });
     start();
-    const Card request = mClient.get(kTdpDl, mRaw.url("/stall"), 1, 3);
-    expectFailed(mClient.exchange(request), request, true, "timed out");
+    for (row = 0; row < std::size(answers); ++row) {
+        SCOPED_TRACE(answers[row].bytes.substr(0, 50));
+        const bool timeout = answers[row].error == std::string("timed out");
+        const Card request = mClient.get(kTdpDl, server.url(), 1, timeout ? 3 : 60);
+        expectFailed(mClient.exchange(request), request, timeout, answers[row].error, answers[row].size);
+    }
     expectResult(get(mHttp.url("/hello"), kTdpDl), 200, "hello\n");
+    // What is too long is left off, and slowness alone is no failure.
+    const RawServer longer(RawServer::answer(ok + "Content-Length: 5\r\n\r\n0123456789"));
+    expectResult(get(longer.url()), 200, "01234");
+    const RawServer slow([&](RawConnection& connection) {
+        (void)connection.readRequest();
+        for (const char byte : ten_bytes + "0123456789") {
+            connection.sendAll({byte});
+            (void)connection.sleep(1);
+        }
+    });
+    expectResult(get(slow.url()), 200, "0123456789");
 }
 
 TEST_F(TransferTest, BodiesAroundTheLimitOfADatagramArrive) {
@@ -174,6 +241,9 @@ TEST_F(TransferTest, DeviceCertificateIsForPostsToTheServiceHost) {
     EXPECT_TRUE(agent().waitForLine("[inet-agent-cs-worker] perform failed 39"));
     EXPECT_TRUE(agent().waitForLine("Couldn't find device key file"));
     EXPECT_TRUE(agent().waitForLine("Couldn't find device cert file"));
+    device_files::writeDeviceCertificate(CertificateAuthority("Stranger").issueClient("this device"));
+    const Card refused = post(url, "abc", kTdpDl);
+    expectFailed(mClient.exchange(refused), refused, false, "");
     device_files::writeDeviceCertificate(mAuthority.issueClient("this device"));
     expectResult(post(url, "abc", kTdpDl), 200, "abc");
     ASSERT_EQ(service.requestCount(), 1U);

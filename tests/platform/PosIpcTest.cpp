@@ -152,6 +152,9 @@ TEST(PosIpc, EveryDescriptorButOneSealedMemfdIsRefusedAndClosed) {
     Participant participant(dir.file("a"));
     const int sealed = makeFile("sealed", kAllSeals);
     const int unsealed = makeFile("loose", F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE);
+    const int shrinking = makeFile("loose", kAllSeals & ~F_SEAL_SHRINK);
+    const int growing = makeFile("loose", kAllSeals & ~F_SEAL_GROW);
+    const int writable = makeFile("loose", kAllSeals & ~F_SEAL_WRITE);
     const int empty = makeFile("", kAllSeals);
     const int device = open("/dev/null", O_RDWR | O_CLOEXEC);
     const int regular = open(dir.write("f", "text").c_str(), O_RDONLY | O_CLOEXEC);
@@ -167,6 +170,9 @@ TEST(PosIpc, EveryDescriptorButOneSealedMemfdIsRefusedAndClosed) {
         std::vector<int> fds;
     } cases[] = {
         {"not sealed", "m", {unsealed}},
+        {"not sealed", "m", {shrinking}},
+        {"not sealed", "m", {growing}},
+        {"not sealed", "m", {writable}},
         {"not sealed", "m", {device}},
         {"not sealed", "m", {regular}},
         {"not sealed", "m", {pipe_ends[0]}},
@@ -193,7 +199,8 @@ TEST(PosIpc, EveryDescriptorButOneSealedMemfdIsRefusedAndClosed) {
         EXPECT_THAT(participant.take(1), ElementsAre("next"));
         EXPECT_EQ(openDescriptors(), before) << each.reason;
     }
-    for (const int fd : {sealed, unsealed, empty, device, regular, pipe_ends[0], pipe_ends[1], sparse}) {
+    for (const int fd :
+         {sealed, unsealed, shrinking, growing, writable, empty, device, regular, pipe_ends[0], pipe_ends[1], sparse}) {
         close(fd);
     }
 }

@@ -1,12 +1,15 @@
 #include "support/BootClock.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <ctime>
 
 namespace {
 
 constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
+
+constexpr int64_t kBroken = -1;
 
 /// 0 while the clock runs.
 std::atomic<int64_t> stoppedAt{0};
@@ -21,6 +24,10 @@ int __wrap_clock_gettime(clockid_t clock, timespec* time) {
     const int64_t stopped = stoppedAt;
     if (clock != CLOCK_BOOTTIME || stopped == 0) {
         return __real_clock_gettime(clock, time);
+    }
+    if (stopped == kBroken) {
+        errno = EINVAL;
+        return -1;
     }
     *time = {stopped / kNanosecondsPerSecond, stopped % kNanosecondsPerSecond};
     return 0;
@@ -42,6 +49,10 @@ BootClock::~BootClock() {
 
 void BootClock::advance(double seconds) {
     stoppedAt += static_cast<int64_t>(seconds * static_cast<double>(kNanosecondsPerSecond));
+}
+
+void BootClock::fail() {
+    stoppedAt = kBroken;
 }
 
 }  // namespace test_support

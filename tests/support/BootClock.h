@@ -13,6 +13,8 @@ public:
     BootClock& operator=(const BootClock&) = delete;
 
     void advance(double seconds);
+    /// From now on it cannot be read.
+    void fail();
 };
 
 }  // namespace test_support

@@ -1,6 +1,8 @@
 #include "transfer/CurlPerformer.h"
 
 #include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <climits>
 #include <cstdlib>
@@ -15,6 +17,7 @@
 #include "support/LogCapture.h"
 #include "support/RawServer.h"
 #include "transfer/Messages.h"
+#include "transfer/OpenSockets.h"
 #include "transfer/TransferSettings.h"
 #include "transfer/WorkerCommand.h"
 
@@ -297,6 +300,22 @@ TEST_F(CurlPerformerTest, InterruptEndsTheTransferAndEveryLaterOne) {
     EXPECT_THAT(results[0].describe(), testing::HasSubstr("CURL-TIMEOUT false"));
     EXPECT_TRUE(results[1].getString("CURL-ERROR").has_value());
     EXPECT_EQ(server.requestCount(), 0U);
+}
+
+TEST(OpenSockets, NumberThatIsSomebodyElsesByNowIsLeftAlone) {
+    OpenSockets sockets;
+    curl_sockaddr address{};
+    address.family = AF_INET;
+    address.socktype = SOCK_STREAM;
+    const int number = OpenSockets::open(&sockets, CURLSOCKTYPE_IPCXN, &address);
+    ASSERT_EQ(close(number), 0);  // as libcurl does with one that never connected
+    int others[2] = {};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, others), 0);
+    ASSERT_EQ(others[0], number);
+    sockets.shutDownAll();
+    EXPECT_EQ(send(others[1], "x", 1, MSG_NOSIGNAL), 1);
+    (void)close(others[0]);
+    (void)close(others[1]);
 }
 
 }  // namespace

@@ -28,7 +28,11 @@ std::shared_ptr<PosIpcSender> PosIpc::getPosIpcLocalSender(const char* path) {
     if (!makeAddress(path, address)) {
         return nullptr;
     }
-    return std::shared_ptr<PosIpcSender>(new (std::nothrow) LocalSender(address));
+    std::unique_ptr<LocalSender> sender(new (std::nothrow) LocalSender(address));
+    if (sender == nullptr) {
+        POS_LOG_ERROR(kTag, "no memory for a sender to %s", path);
+    }
+    return sender;
 }
 
 std::unique_ptr<PosIpcRecver> PosIpc::getPosIpcLocalRecver(const std::shared_ptr<IPosIpcListener>& listener,
@@ -42,7 +46,11 @@ std::unique_ptr<PosIpcRecver> PosIpc::getPosIpcLocalRecver(const std::shared_ptr
         return nullptr;
     }
     std::unique_ptr<LocalRecver> recver(new (std::nothrow) LocalRecver(listener, address));
-    if (recver == nullptr || !recver->open()) {
+    if (recver == nullptr) {
+        POS_LOG_ERROR(kTag, "no memory to receive on %s", path);
+        return nullptr;
+    }
+    if (!recver->open()) {
         return nullptr;
     }
     return recver;
