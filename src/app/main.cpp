@@ -10,6 +10,7 @@
 #include "app/CommandLine.h"
 #include "app/StopSignals.h"
 #include "base/log.h"
+#include "platform/Heap.h"
 #include "platform/Minijail.h"
 #include "platform/posutil/pos_conf.h"
 #include "transfer/TlsFiles.h"
@@ -72,6 +73,7 @@ int main(int argc, char** argv) {
     using namespace zv_loc_fw;
     StopSignals::block();
     ::umask(S_IRWXG | S_IRWXO);  // trace and archive may hold secrets
+    heap::keepFreedMemory();
     android::SetUpMinijail(kBasePolicy, kAgentPolicy);
     const CommandLine command_line = parseCommandLine(argc, argv);
     log_set_global_tag(kProcessTag);

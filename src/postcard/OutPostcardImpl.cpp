@@ -14,8 +14,10 @@ constexpr char kTag[] = "OutPostcard";
 
 constexpr uint32_t kOpenHeader = 0x12345678;  // stands in the header's place until the card is finished
 constexpr char kEndByte = 0;
-constexpr size_t kNameLimit = 256;      // with its zero
-constexpr size_t kFirstCapacity = 256;  // an ordinary message fits without growing
+constexpr size_t kNameLimit = 256;       // with its zero
+constexpr size_t kFirstCapacity = 256;   // an ordinary message fits without growing
+constexpr size_t kSizedOnceFrom = 4096;  // a value of this size gets its room in one go
+constexpr size_t kRoomBehind = 512;      // for the small fields behind it
 
 static_assert(sizeof(void*) == sizeof(long long), "pointers travel as FT_INT64");
 
@@ -139,6 +141,11 @@ int OutPostcardImpl::appendLong(eFieldType type, const char* name, size_t length
     const uint16_t code = type;
     const auto name_size = static_cast<uint16_t>(length + 1);
     const auto data_size = static_cast<uint32_t>(size);
+    if (size >= kSizedOnceFrom) {
+        // Room for what follows, too, or the next small field would have all of it copied. Without memory the appends
+        // below have their say.
+        (void)mStream.reserve(mStream.getPutCursor() + headSize(length) + sizeof(data_size) + size + kRoomBehind);
+    }
     if (char* place = mStream.claim(headSize(length)); place != nullptr) {
         putHead(place, type, name, length);
     } else if (mStream.append(&code, sizeof(code)) != 0) {

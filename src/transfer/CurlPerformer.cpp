@@ -10,6 +10,7 @@
 #include "inet/AgentProtocol.h"
 #include "mq/Envelope.h"
 #include "mq/MqClientControllerBase.h"
+#include "platform/Heap.h"
 #include "postcard/CardBuilder.h"
 #include "postcard/InPostcard.h"
 #include "transfer/ExchangeArchive.h"
@@ -26,6 +27,10 @@ namespace {
 using namespace agent_protocol;
 
 constexpr const char* kStaticTag = "InetAgentService-Static";
+/// A message of this size is worth a thought about memory.
+constexpr size_t kLargeMessage = size_t{1} << 20;
+/// How long the memory of large messages is kept for the next one.
+constexpr int kKeepMemorySec = 5;
 /// From here on a code of "perform failed %d" means that the result has been posted.
 constexpr int kFirstCodeAfterResult = 101;
 
@@ -66,7 +71,7 @@ int CurlPerformer::run() {
     while (true) {
         void* item = nullptr;
         bool closed = false;
-        const int result = mCommandQueue->pop(&item, TimeDiff(), &closed);
+        const int result = mCommandQueue->pop(&item, mHoldsMemory ? TimeDiff(kKeepMemorySec) : TimeDiff(), &closed);
         const std::unique_ptr<WorkerCommand> command(static_cast<WorkerCommand*>(item));
         if (result != 0) {
             continue;
@@ -75,6 +80,10 @@ int CurlPerformer::run() {
             if (closed) {
                 log_info(mName, "download thread command queue closed");
                 return 0;
+            }
+            if (mHoldsMemory) {
+                mHoldsMemory = false;
+                heap::returnFreedMemory();
             }
             continue;
         }
@@ -100,7 +109,7 @@ size_t CurlPerformer::curl_data_handler(char* data, size_t size, size_t count, v
         log_error(kStaticTag, "curl_data_handler null pointer");
         return 0;
     }
-    return static_cast<CurlPerformer*>(worker)->mResponse.takeBody(data, size, count);
+    return static_cast<CurlPerformer*>(worker)->takeBody(data, size, count);
 }
 
 size_t CurlPerformer::curl_header_handler(char* line, size_t size, size_t count, void* worker) {
@@ -109,6 +118,15 @@ size_t CurlPerformer::curl_header_handler(char* line, size_t size, size_t count,
         return 0;
     }
     return static_cast<CurlPerformer*>(worker)->mResponse.takeHeader(line, size, count);
+}
+
+size_t CurlPerformer::takeBody(const char* data, size_t size, size_t count) {
+    curl_off_t length = 0;
+    if (mResponse.body() != nullptr && mResponse.body()->getSize() == 0 &&
+        curl_easy_getinfo(mHandle.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length) == CURLE_OK) {
+        mResponse.expectBody(length);
+    }
+    return mResponse.takeBody(data, size, count);
 }
 
 int CurlPerformer::curl_progress_handler(void* worker, curl_off_t /*dl_total*/, curl_off_t /*dl_now*/,
@@ -121,6 +139,10 @@ void CurlPerformer::perform(MqMsgWrapper* job) {
     if (transferSettings().verboseFile != nullptr) {
         (void)std::fflush(transferSettings().verboseFile);  // a trace that cannot be written harms no transfer
     }
+    const bool large_response = mResponse.body() != nullptr && mResponse.body()->getSize() >= kLargeMessage;
+    const bool large_request = job != nullptr && job->card() != nullptr && job->card()->getBuffer() != nullptr &&
+                               job->card()->getBuffer()->getSize() >= kLargeMessage;
+    mHoldsMemory = mHoldsMemory || large_response || large_request;
     mResponse.end();
     if (result != 0) {
         log_error(mName, "perform failed %d", result);
