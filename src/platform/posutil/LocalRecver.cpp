@@ -21,9 +21,7 @@ namespace {
 constexpr char kTag[] = "PosIpc";
 /// A message has one descriptor; room for a few more, so that the log tells what came instead.
 constexpr size_t kMaxFiles = 8;
-/// More than a sender without special rights gets into a datagram (twice net.core.wmem_max, 416 KiB as a rule), so that
-/// none has to be measured before it is taken. Only the pages that messages fill are ever touched.
-constexpr size_t kBufferSize = size_t{512} * 1024;
+constexpr size_t kSmallestBuffer = 4096;
 /// How long the kernel's shortage of memory is waited for before the next try.
 constexpr int kShortageMs = 100;
 /// Only others that replace the same file at the same time make more than two tries necessary.
@@ -152,13 +150,40 @@ bool LocalRecver::wait(int timeout_ms, bool for_message) {
 }
 
 LocalRecver::Outcome LocalRecver::takeMessage() {
-    if (mBuffer == nullptr) {
-        mBuffer.reset(new (std::nothrow) char[kBufferSize]);
+    // Senders of other makes may put more than kPosIpcMaxDatagram into a datagram: nothing is cut silently.
+    // cppcheck-suppress nullPointer
+    const ssize_t length = recv(mSocket.get(), nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
+    if (length < 0) {
+        return judge(errno);
     }
-    if (mBuffer == nullptr) {
-        return dropDatagram("out of memory");
+    return takeDatagram(static_cast<size_t>(length));
+}
+
+LocalRecver::Outcome LocalRecver::takeDatagram(size_t length) {
+    if (length > kPosIpcMaxMessage) {
+        return dropDatagram(length, "too long");
     }
-    iovec part = {mBuffer.get(), kBufferSize};
+    std::unique_ptr<char[]> large;
+    char* buffer = nullptr;
+    if (length > kPosIpcMaxDatagram) {
+        large.reset(new (std::nothrow) char[length]);
+        buffer = large.get();
+    } else {
+        if (length > mBufferSize || mBuffer == nullptr) {
+            size_t size = kSmallestBuffer;
+            while (size < length) {
+                size *= 2;
+            }
+            mBuffer.reset(new (std::nothrow) char[size]);
+            mBufferSize = mBuffer != nullptr ? size : 0;
+        }
+        buffer = mBuffer.get();
+    }
+    if (buffer == nullptr) {
+        return dropDatagram(length, "out of memory");
+    }
+
+    iovec part = {buffer, length};
     alignas(cmsghdr) char control[CMSG_SPACE(kMaxFiles * sizeof(int))];
     msghdr message = {};
     message.msg_iov = &part;
@@ -171,25 +196,24 @@ LocalRecver::Outcome LocalRecver::takeMessage() {
     }
     std::array<UniqueFd, kMaxFiles> files;
     const size_t file_count = takeFiles(message, files);
-    handOver(mBuffer.get(), static_cast<size_t>(received), files.data(), file_count, message.msg_flags);
+    handOver(buffer, static_cast<size_t>(received), files.data(), file_count, message.msg_flags);
     return Outcome::kTaken;
 }
 
-LocalRecver::Outcome LocalRecver::dropDatagram(const char* reason) {
-    // Its true length, whatever fits. Without room for descriptors the kernel keeps them to itself.
+LocalRecver::Outcome LocalRecver::dropDatagram(size_t length, const char* reason) {
+    // Without room for descriptors the kernel keeps them to itself.
     // cppcheck-suppress nullPointer
-    const ssize_t length = recv(mSocket.get(), nullptr, 0, MSG_TRUNC | MSG_DONTWAIT);
-    if (length < 0) {
+    if (recv(mSocket.get(), nullptr, 0, MSG_DONTWAIT) < 0) {
         return judge(errno);
     }
-    POS_LOG_WARNING(kTag, "%s: message of %zd bytes dropped: %s", mAddress.path(), length, reason);
+    POS_LOG_WARNING(kTag, "%s: message of %zu bytes dropped: %s", mAddress.path(), length, reason);
     return Outcome::kTaken;
 }
 
 void LocalRecver::handOver(const char* data, size_t length, const UniqueFd* files, size_t file_count, int flags) {
     const char* reason = nullptr;
     if ((flags & MSG_TRUNC) != 0) {
-        reason = "it is longer than a datagram may be";
+        reason = "it was longer than announced";
     } else if ((flags & MSG_CTRUNC) != 0) {
         reason = "its descriptors could not all be received";
     } else if (file_count == 0) {

@@ -39,7 +39,9 @@ private:
     bool wait(int timeout_ms, bool for_message);
     /// Takes one message, if there is one, and hands it to the listener. What a message is refused for is logged.
     Outcome takeMessage();
-    Outcome dropDatagram(const char* reason);
+    /// @param length the datagram's true length
+    Outcome takeDatagram(size_t length);
+    Outcome dropDatagram(size_t length, const char* reason);
     void handOver(const char* data, size_t length, const UniqueFd* files, size_t file_count, int flags);
     /// @param errno_value of a failed receive call
     Outcome judge(int errno_value);
@@ -54,8 +56,9 @@ private:
     bool mHasFile = false;
     dev_t mDevice = 0;
     ino_t mInode = 0;
-    /// Only the listening thread uses it.
+    /// For messages up to kPosIpcMaxDatagram; only the listening thread uses it.
     std::unique_ptr<char[]> mBuffer;
+    size_t mBufferSize = 0;
 };
 
 }  // namespace pos_util
