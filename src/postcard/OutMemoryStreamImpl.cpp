@@ -1,6 +1,9 @@
 #include "postcard/OutMemoryStreamImpl.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
+#include <cstdint>
 #include <new>
 #include <utility>
 
@@ -18,6 +21,22 @@ constexpr size_t kMinimumCapacity = 64;
 constexpr int kNothingToAppend = 2;
 constexpr int kNoMemory = 3;
 constexpr int kAppendFailed = 2;
+
+// From here on the pages cost more than the copy: the kernel may give large ones, whose size is at most this.
+constexpr size_t kLargePagesFrom = size_t{4} << 20;
+constexpr uintptr_t kLargePage = uintptr_t{2} << 20;
+
+/// @return null without memory
+std::unique_ptr<char[]> allocate(size_t capacity) {
+    std::unique_ptr<char[]> bytes(new (std::nothrow) char[capacity]);
+    if (bytes != nullptr && capacity >= kLargePagesFrom) {
+        const auto begin = (reinterpret_cast<uintptr_t>(bytes.get()) + kLargePage - 1) & ~(kLargePage - 1);
+        const auto end = (reinterpret_cast<uintptr_t>(bytes.get()) + capacity) & ~(kLargePage - 1);
+        // A kernel without them says so, and nothing is lost.
+        (void)::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+    }
+    return bytes;
+}
 
 int fail(int expand_result) {
     log_error(kTag, "expand error %d", expand_result);
@@ -39,7 +58,7 @@ int OutMemoryStreamImpl::appendGrowing(const void* data, size_t n) {
     const size_t need = checkedAdd(mPutCursor, n);
     const size_t capacity =
         need < kMinimumCapacity ? kMinimumCapacity : std::max(need, checkedMul(mCapacity, size_t{2}));
-    std::unique_ptr<char[]> grown(new (std::nothrow) char[capacity]);
+    std::unique_ptr<char[]> grown = allocate(capacity);
     if (grown == nullptr) {
         return fail(kNoMemory);
     }
@@ -58,7 +77,7 @@ int OutMemoryStreamImpl::reserve(size_t capacity) {
     if (capacity <= mCapacity) {
         return 0;
     }
-    std::unique_ptr<char[]> grown(new (std::nothrow) char[capacity]);
+    std::unique_ptr<char[]> grown = allocate(capacity);
     if (grown == nullptr) {
         return 2;  // no memory
     }

@@ -101,7 +101,7 @@ size_t CurlPerformer::curl_data_handler(char* data, size_t size, size_t count, v
         log_error(kStaticTag, "curl_data_handler null pointer");
         return 0;
     }
-    return static_cast<CurlPerformer*>(worker)->mResponse.takeBody(data, size, count);
+    return static_cast<CurlPerformer*>(worker)->takeBody(data, size, count);
 }
 
 size_t CurlPerformer::curl_header_handler(char* line, size_t size, size_t count, void* worker) {
@@ -110,6 +110,15 @@ size_t CurlPerformer::curl_header_handler(char* line, size_t size, size_t count,
         return 0;
     }
     return static_cast<CurlPerformer*>(worker)->mResponse.takeHeader(line, size, count);
+}
+
+size_t CurlPerformer::takeBody(const char* data, size_t size, size_t count) {
+    curl_off_t length = 0;
+    if (mResponse.body() != nullptr && mResponse.body()->getSize() == 0 &&
+        curl_easy_getinfo(mHandle.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length) == CURLE_OK) {
+        mResponse.expectBody(length);
+    }
+    return mResponse.takeBody(data, size, count);
 }
 
 int CurlPerformer::curl_progress_handler(void* worker, curl_off_t /*dl_total*/, curl_off_t /*dl_now*/,

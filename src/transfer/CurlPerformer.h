@@ -58,6 +58,7 @@ public:
 private:
     static int curl_progress_handler(void* worker, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
 
+    size_t takeBody(const char* data, size_t size, size_t count);
     void perform(MqMsgWrapper* job);
     int performSteps(MqMsgWrapper* job);
     void transfer(const TransferRequest& request, CardBuilder* result_card);

@@ -41,8 +41,15 @@ int toInt32(const char* name, const char* text, int32_t* value) {
 bool ResponseCapture::begin() {
     mRetryAfterSeen = false;
     mRetryAfterSeconds = 0;
-    mBody.reset(OutMemoryStream::createInstance());
+    mBody.reset(new (std::nothrow) OutMemoryStreamImpl);
     return mBody != nullptr;
+}
+
+void ResponseCapture::expectBody(int64_t length) {
+    if (mBody != nullptr && length > 0 && length <= static_cast<int64_t>(kMaxBodySize)) {
+        // One byte more: append() grows a stream that would become quite full. Without memory it grows as it goes.
+        (void)mBody->reserve(static_cast<size_t>(length) + 1);
+    }
 }
 
 size_t ResponseCapture::takeBody(const char* data, size_t size, size_t count) {

@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "platform/posutil/PosIpc.h"
-#include "postcard/MemoryStream.h"
+#include "postcard/OutMemoryStreamImpl.h"
 
 namespace zv_loc_fw {
 
@@ -24,6 +24,8 @@ public:
     /// Releases the body.
     void end() { mBody.reset(); }
 
+    /// Makes room for a body of that many bytes in one go, if the server tells the truth; what it says is not relied on.
+    void expectBody(int64_t length);
     /// libcurl's body chunk of size times count bytes.
     /// @return bytes taken; 0 ends the transfer with a write error: no body begun,
     /// nothing in the chunk, no memory for it
@@ -43,7 +45,7 @@ private:
     void captureRetryAfter(const char* value, size_t length);
 
     const char* const mName;
-    std::unique_ptr<OutMemoryStream> mBody;
+    std::unique_ptr<OutMemoryStreamImpl> mBody;
     bool mRetryAfterSeen = false;
     int32_t mRetryAfterSeconds = 0;
 };

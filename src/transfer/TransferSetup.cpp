@@ -26,6 +26,7 @@ namespace {
 using namespace agent_protocol;
 
 constexpr size_t kHeaderLineSize = 256;
+constexpr long kReadSize = 256L * 1024;
 constexpr long kDnsCacheSec = 86400;
 /// libcurl keeps time-outs in milliseconds in an int and refuses more seconds than this.
 constexpr int32_t kMaxTimeoutSec = INT_MAX / 1000;
@@ -89,6 +90,9 @@ int TransferSetup::setCallbacks(const TransferHooks& hooks) {
     options.set(24, CURLOPT_HEADERDATA, hooks.worker);
     std::memset(hooks.errorBuffer, 0, CURL_ERROR_SIZE);
     options.set(25, CURLOPT_ERRORBUFFER, static_cast<void*>(hooks.errorBuffer));
+
+    // A large body is worth few large reads.
+    options.set(47, CURLOPT_BUFFERSIZE, kReadSize);
 
     // What an interruption needs.
     options.set(44, CURLOPT_NOPROGRESS, 0L);

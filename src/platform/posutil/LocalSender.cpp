@@ -6,16 +6,33 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <mutex>
 
 #include "platform/posutil/PosLogLine.h"
 #include "platform/posutil/SealedMessage.h"
-#include "platform/posutil/UniqueFd.h"
 
 namespace pos_util {
 
 namespace {
 
 constexpr char kTag[] = "PosIpc";
+
+UniqueFd makeSocket() {
+    return UniqueFd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+}
+
+/// One for all senders that there are at a time, so that a send costs no descriptor.
+std::shared_ptr<const UniqueFd> sharedSocket() {
+    static std::mutex mutex;
+    static std::weak_ptr<const UniqueFd> kept;
+    const std::lock_guard guard(mutex);
+    std::shared_ptr<const UniqueFd> socket = kept.lock();
+    if (socket == nullptr) {
+        socket = std::make_shared<const UniqueFd>(makeSocket());
+        kept = socket;
+    }
+    return socket;
+}
 
 /// sendmsg that a signal does not cut short; with MSG_DONTWAIT only, as it would wait all over again.
 ssize_t sendAtOnce(int socket, const msghdr& message) {
@@ -27,6 +44,8 @@ ssize_t sendAtOnce(int socket, const msghdr& message) {
 }
 
 }  // namespace
+
+LocalSender::LocalSender(const SocketAddress& address) : mAddress(address), mShared(sharedSocket()) {}
 
 bool LocalSender::send(const uint8_t* data, uint32_t length) {
     const char* const reason = deliver(data, length);
@@ -43,13 +62,8 @@ const char* LocalSender::deliver(const uint8_t* data, uint32_t length) {
     if (data == nullptr && length > 0) {
         return "no data";
     }
-    // A socket for each send: none is held between sends, and one full receiver cannot hold back another's messages.
-    const UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    if (!socket.valid()) {
-        return strerror(errno);
-    }
     if (length > kPosIpcMaxDatagram) {
-        return deliverInFile(socket.get(), data, length);
+        return deliverInFile(data, length);
     }
     iovec part = {const_cast<uint8_t*>(data), length};
     msghdr message = {};
@@ -57,10 +71,10 @@ const char* LocalSender::deliver(const uint8_t* data, uint32_t length) {
     message.msg_namelen = mAddress.length();
     message.msg_iov = &part;
     message.msg_iovlen = 1;
-    return transmit(socket.get(), message);
+    return transmit(message);
 }
 
-const char* LocalSender::deliverInFile(int socket, const uint8_t* data, uint32_t length) {
+const char* LocalSender::deliverInFile(const uint8_t* data, uint32_t length) {
     const UniqueFd file = SealedMessage::create(data, length);
     if (!file.valid()) {
         return strerror(errno);
@@ -82,11 +96,18 @@ const char* LocalSender::deliverInFile(int socket, const uint8_t* data, uint32_t
     header->cmsg_len = CMSG_LEN(sizeof(int));
     const int fd = file.get();
     memcpy(CMSG_DATA(header), &fd, sizeof(fd));
-    return transmit(socket, message);
+    return transmit(message);
 }
 
-const char* LocalSender::transmit(int socket, const msghdr& message) {
-    if (sendAtOnce(socket, message) >= 0) {
+const char* LocalSender::transmit(const msghdr& message) {
+    if (sendAtOnce(mShared->get(), message) >= 0) {
+        mFull = false;
+        return nullptr;
+    }
+    // What others have not read yet may fill the shared socket: only one of this send's own tells whether it is this
+    // receiver that is full.
+    const UniqueFd own = errno == EAGAIN || errno == EBADF ? makeSocket() : UniqueFd();
+    if (own.valid() && sendAtOnce(own.get(), message) >= 0) {
         mFull = false;
         return nullptr;
     }
@@ -96,7 +117,7 @@ const char* LocalSender::transmit(int socket, const msghdr& message) {
     if (mFull) {
         return "the receiver is still full";
     }
-    return transmitWithin(socket, message, kPosIpcSendTimeoutMs);
+    return transmitWithin(own.get(), message, kPosIpcSendTimeoutMs);
 }
 
 const char* LocalSender::transmitWithin(int socket, const msghdr& message, int timeout_ms) {

@@ -27,7 +27,7 @@ public:
     virtual void onReceive(const char* data, uint32_t length, const PosIpcRecver* recver) = 0;
 };
 
-/// A destination. Holds no descriptor between sends. After a send that waited in vain it is tried without waiting until
+/// A destination. Holds no descriptor of its own between sends; all senders of a process share one. After a send that waited in vain it is tried without waiting until
 /// it takes a message again. One thread at a time.
 class PosIpcSender {
 public:
