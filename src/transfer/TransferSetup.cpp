@@ -91,8 +91,8 @@ int TransferSetup::setCallbacks(const TransferHooks& hooks) {
     std::memset(hooks.errorBuffer, 0, CURL_ERROR_SIZE);
     options.set(25, CURLOPT_ERRORBUFFER, static_cast<void*>(hooks.errorBuffer));
 
-    // A large body is worth few large reads.
-    options.set(47, CURLOPT_BUFFERSIZE, kReadSize);
+    // A large body is worth few large reads. Refused after a malformed URL, whose transfer keeps its buffer: no matter.
+    (void)curl_easy_setopt(mHandle, CURLOPT_BUFFERSIZE, kReadSize);
 
     // What an interruption needs.
     options.set(44, CURLOPT_NOPROGRESS, 0L);

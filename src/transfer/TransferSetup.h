@@ -33,7 +33,7 @@ public:
     /// "TIMEOUT-SEC" not readable; 27 a second or
     ///         less left; 28 time-out; 29 URL; 30 CA file; 31 "FORCE_NEW_CONNECTION" not readable; 32 to 34 connection;
     ///         39 device key or certificate missing; 40 to 43 client certificate; 50 to 55 body; 56, 60 header fields
-    ///         not readable; 61 headers; 62 to 64 redirects. 35 to 38, 44 to 47 and 57 are steps of our own that the
+    ///         not readable; 61 headers; 62 to 64 redirects. 35 to 38, 44 to 46 and 57 are steps of our own that the
     ///         others' numbering leaves free: CA directory, schemes, quick exit, interruption, no memory for a header
     [[nodiscard]] int apply(const MqMsgWrapper& job, TransferRequest* request, const TransferHooks& hooks);
 

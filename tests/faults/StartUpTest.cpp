@@ -80,8 +80,9 @@ TEST(StartUp, ConfigurationWithoutMemoryCountsAsAbsent) {
         fired = Fault::fired();
     }
     const std::string absent = "0 /data/vendor/location/marlow/result [";
-    EXPECT_THAT(outcomes, ElementsAre("2 ", absent + "4]", absent + "114]", absent + "115]", absent + "113]",
-                                      absent + "114]", absent + "115]", absent + "113]", "6 ", "0 /data/"));
+    // The second key finds room where the first one's texts are.
+    EXPECT_THAT(outcomes,
+                ElementsAre("2 ", absent + "4]", absent + "114]", absent + "113]", absent + "113]", "6 ", "0 /data/"));
 }
 
 }  // namespace

@@ -87,11 +87,11 @@ TEST_F(PosIpcFaults, AMessageThatCannotBeSentIsDroppedWithItsReason) {
         size_t size;
         bool sent = false;
     } cases[] = {
-        {Point::Socket, EMFILE, kSmall},        {Point::Sendmsg, EINTR, kSmall, true},
-        {Point::Sendmsg, EAGAIN, kSmall, true},  // full for a moment
-        {Point::Sendmsg, ENOBUFS, kSmall},      {Point::Sendmsg, ETOOMANYREFS, kLarge},
-        {Point::MemfdCreate, EMFILE, kLarge},   {Point::Ftruncate, ENOSPC, kLarge},
-        {Point::Write, ENOSPC, kLarge},         {Point::Write, EINTR, kLarge, true},
+        {Point::Socket, EMFILE, kSmall, true},                                          // another one serves
+        {Point::Sendmsg, EINTR, kSmall, true}, {Point::Sendmsg, EAGAIN, kSmall, true},  // full for a moment
+        {Point::Sendmsg, ENOBUFS, kSmall},     {Point::Sendmsg, ETOOMANYREFS, kLarge},
+        {Point::MemfdCreate, EMFILE, kLarge},  {Point::Ftruncate, ENOSPC, kLarge},
+        {Point::Write, ENOSPC, kLarge},        {Point::Write, EINTR, kLarge, true},
     };
     const auto receiver = PosIpc::getPosIpcLocalRecver(std::make_shared<Counter>(), path.c_str());
     for (const auto& each : cases) {
