@@ -24,16 +24,15 @@ constexpr int kAppendFailed = 2;
 
 // From here on the pages cost more than the copy: the kernel may give large ones, whose size is at most this.
 constexpr size_t kLargePagesFrom = size_t{4} << 20;
-constexpr uintptr_t kLargePage = uintptr_t{2} << 20;
+constexpr size_t kLargePage = size_t{2} << 20;
 
 /// @return null without memory
 std::unique_ptr<char[]> allocate(size_t capacity) {
     std::unique_ptr<char[]> bytes(new (std::nothrow) char[capacity]);
     if (bytes != nullptr && capacity >= kLargePagesFrom) {
-        const auto begin = (reinterpret_cast<uintptr_t>(bytes.get()) + kLargePage - 1) & ~(kLargePage - 1);
-        const auto end = (reinterpret_cast<uintptr_t>(bytes.get()) + capacity) & ~(kLargePage - 1);
+        const size_t before = (kLargePage - reinterpret_cast<uintptr_t>(bytes.get()) % kLargePage) % kLargePage;
         // A kernel without them says so, and nothing is lost.
-        (void)::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+        (void)::madvise(bytes.get() + before, (capacity - before) / kLargePage * kLargePage, MADV_HUGEPAGE);
     }
     return bytes;
 }

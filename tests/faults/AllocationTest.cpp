@@ -236,7 +236,7 @@ TEST(AllocationDeathTest, WithoutMemoryForALinkOfAListTheProcessAborts) {
             },
             "");
     }
-    EXPECT_GT(places, 5);
+    EXPECT_GT(places, 2) << "lists keep a link or so, the rest is asked for";
 }
 
 }  // namespace
