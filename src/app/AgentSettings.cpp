@@ -105,8 +105,8 @@ void AgentSettings::prepareTrace() {
         log_error("InetAgentService-Static", "fopen retval = %d, error: %s", error, std::strerror(error));
         return;
     }
-    (void)::fchmod(::fileno(settings.verboseFile),
-                   S_IRUSR | S_IWUSR);  // one of an earlier run keeps its mode otherwise
+    // One of an earlier run keeps its mode otherwise.
+    (void)::fchmod(::fileno(settings.verboseFile), S_IRUSR | S_IWUSR);
 }
 
 void AgentSettings::release() {

@@ -54,11 +54,14 @@ public:
 
 private:
     FieldWalk::Found findPlainly(eFieldType type, const char* name);
+
+    // InPostcardWalk.cpp
     int locate(uint16_t type, const char* name, int index, FieldWalk& walk);
+    void settle(const FieldWalk& walk);
     int readSlowly(eFieldType type, const char* name, void* value, size_t size);
     int getStringSlowly(const char* name, const char** value);
     int getBlobSlowly(const char* name, eFieldType type, const void** data, size_t* size, bool with_length, int index);
-    void settle(const FieldWalk& walk);
+
     template <typename T>
     int getSimple(eFieldType type, const char* name, T& value);
     template <typename T>

@@ -13,6 +13,7 @@
 #include "support/DeviceFiles.h"
 #include "support/RawServer.h"
 #include "support/TestClient.h"
+#include "support/sanitized.h"
 
 namespace test_support {
 
@@ -20,15 +21,6 @@ inline constexpr const char* kCs = "inet-agent-cs";
 inline constexpr const char* kTdpDl = "inet-agent-tdp-dl";
 inline constexpr const char* kActiveTimedOut = "active job timed out";
 inline constexpr const char* kQueuedTimedOut = "queued job timed out before execution";
-
-/// Bodies and numbers of requests are smaller where every memory access is watched.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-inline constexpr bool kSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-inline constexpr bool kSanitized = false;
-#endif
 
 /// What HttpServer serves as /bytes/SIZE.
 [[nodiscard]] std::string alphabet(size_t size);

@@ -7,16 +7,11 @@
 #include "Dice.h"
 #include "Ledger.h"
 #include "Servers.h"
+#include "support/sanitized.h"
 
 namespace chaos {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-inline constexpr bool kSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-inline constexpr bool kSanitized = false;
-#endif
+using test_support::kSanitized;
 
 inline const std::vector<std::string> kControllers = {"inet-agent-cs", "inet-agent-tdp-dl"};
 

@@ -27,8 +27,9 @@ public:
     virtual void onReceive(const char* data, uint32_t length, const PosIpcRecver* recver) = 0;
 };
 
-/// A destination. Holds no descriptor of its own between sends; all senders of a process share one. After a send that waited in vain it is tried without waiting until
-/// it takes a message again. One thread at a time.
+/// A destination. All senders of a process share one descriptor; a send whose message finds no room through it makes one
+/// of its own, for that send alone. After a send that waited in vain the destination is tried without waiting until it
+/// takes a message again. One thread at a time.
 class PosIpcSender {
 public:
     virtual ~PosIpcSender() = default;

@@ -1,0 +1,14 @@
+#pragma once
+
+namespace test_support {
+
+/// Bodies, numbers of requests and limits are others where a sanitizer watches every memory access.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kSanitized = true;
+#elif defined(__has_feature)
+inline constexpr bool kSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
+#else
+inline constexpr bool kSanitized = false;
+#endif
+
+}  // namespace test_support
