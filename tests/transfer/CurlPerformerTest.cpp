@@ -189,6 +189,17 @@ TEST_F(CurlPerformerTest, RejectedRequestsLeaveACodeAndNoResultUnlessAskedFor) {
     EXPECT_TRUE(log.contains("[worker] perform failed 91"));
 }
 
+TEST_F(CurlPerformerTest, MalformedUrlHarmsNoLaterRequest) {
+    push(
+        messageOf(get("http://b\xc3\xbc"
+                      "cher.localhost:1/")));
+    push(messageOf(get("http://127.0.0.1:99999/")));
+    push(messageOf(get(server.url("/hello"))));
+    run();
+    ASSERT_EQ(results.size(), 3U);
+    EXPECT_EQ(results.back().getInt32("HTTP-RESP-CODE"), 200);
+}
+
 TEST_F(CurlPerformerTest, ResultsHaveTheirFieldsInOrder) {
     const RawServer cut(RawServer::answer("HTTP/1.1 200 OK\r\nRetry-After: 9\r\nContent-Length: 10\r\n\r\ncut"));
     const RawServer later(RawServer::answer(RawServer::response("503 Later", {"Retry-After: 120"}, "later\n")));
