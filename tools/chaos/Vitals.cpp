@@ -26,22 +26,22 @@ constexpr size_t kMostConnections = 12;
 /// more. The sanitizer's allocator keeps freed blocks; its own leak check is the better measure there.
 constexpr size_t kMemoryKiB = size_t{1024} * (kSanitized ? 32 : 3);
 
-std::set<std::string> tcpInodes() {
-    std::set<std::string> inodes;
-    for (const char* path : {"/proc/net/tcp", "/proc/net/tcp6"}) {
-        std::ifstream table(path);
-        std::string line;
-        std::getline(table, line);
-        while (std::getline(table, line)) {
-            std::istringstream words(line);
-            std::string word;
-            for (int i = 0; i < 10; ++i) {
-                words >> word;
-            }
-            inodes.insert("socket:[" + word + "]");
+/// The unix sockets of the machine, as descriptors name them. TCP's own table does not do to tell connections apart: one
+/// that has been reset is in it no more, though libcurl keeps it until it wants to use it again.
+std::set<std::string> unixSockets() {
+    std::set<std::string> sockets;
+    std::ifstream table("/proc/net/unix");
+    std::string line;
+    std::getline(table, line);
+    while (std::getline(table, line)) {
+        std::istringstream words(line);
+        std::string word;
+        for (int i = 0; i < 7; ++i) {
+            words >> word;
         }
+        sockets.insert("socket:[" + word + "]");
     }
-    return inodes;
+    return sockets;
 }
 
 /// "123" of "... [NAME-worker] TX-ID:  123"; the part after `what`, if the line has it.
@@ -67,11 +67,12 @@ Vitals Vitals::of(pid_t process) {
             vitals.anonymousKiB = std::strtoul(line.c_str() + 8, nullptr, 10);
         }
     }
-    const std::set<std::string> tcp = tcpInodes();
+    const std::set<std::string> local = unixSockets();
     std::error_code gone;
     for (const auto& entry : std::filesystem::directory_iterator(directory + "/fd", gone)) {
         const std::string target = std::filesystem::read_symlink(entry.path(), gone).string();
-        ++(tcp.contains(target) ? vitals.connections : vitals.files);
+        const bool connection = target.starts_with("socket:") && !local.contains(target);
+        ++(connection ? vitals.connections : vitals.files);
     }
     return vitals;
 }
