@@ -39,24 +39,30 @@ bool namesParticipant(const char* name) {
            std::strchr(name, '/') == nullptr;
 }
 
-/// Follows links: an alias whose participant has gone does not exist.
-bool fileExists(const char* path) {
-    return ::access(path, F_OK) == 0;
-}
+/// What a name stands for in the socket directory.
+enum class Destination { kMissing, kOutside, kThere };
 
-/// An alias is a link to a socket of the same directory; one to a socket elsewhere would lend its maker the agent's rights.
-bool leadsOutside(const char* path) {
+/// An alias is a link to a socket of the same directory; one to a socket elsewhere would lend its maker the agent's
+/// rights, and one whose participant has gone does not exist. The call for what is no link is a single one.
+Destination destinationOf(const char* path) {
     struct stat file {};
-    if (::lstat(path, &file) != 0 || !S_ISLNK(file.st_mode)) {
-        return false;
+    if (::lstat(path, &file) != 0) {
+        return Destination::kMissing;
+    }
+    if (!S_ISLNK(file.st_mode)) {
+        return Destination::kThere;
+    }
+    if (::access(path, F_OK) != 0) {
+        return Destination::kMissing;
     }
     char directory[PATH_MAX];
     char target[PATH_MAX];
     if (::realpath(envelope::kSocketDirectory, directory) == nullptr || ::realpath(path, target) == nullptr) {
-        return true;
+        return Destination::kOutside;
     }
     const size_t length = std::strlen(directory);
-    return std::strncmp(target, directory, length) != 0 || std::strrchr(target, '/') != target + length;
+    const bool inside = std::strncmp(target, directory, length) == 0 && std::strrchr(target, '/') == target + length;
+    return inside ? Destination::kThere : Destination::kOutside;
 }
 
 /// Reads a text that must be there. @return 0; `missing` or `null` otherwise
@@ -250,13 +256,14 @@ void MessageQueueClientImpl::sendMessage(const char* name, const MemoryStreamBas
     // The whole delivery happens under the mutex, so sends of different threads never interleave.
     const AutoLock guard(&mMutex);
     auto entry = mIpcSendersMap.find(name);
-    if (!fileExists(path)) {
+    const Destination destination = destinationOf(path);
+    if (destination == Destination::kMissing) {
         if (entry != mIpcSendersMap.end()) {
             mIpcSendersMap.erase(entry);
         }
         return;
     }
-    if (leadsOutside(path)) {
+    if (destination == Destination::kOutside) {
         MODULE_LOG_WARNING(moduleLog, "%s leads out of the socket directory, message dropped", path);
         return;
     }
@@ -277,7 +284,7 @@ void MessageQueueClientImpl::cleanupIpcSenders() {
     for (auto entry = mIpcSendersMap.begin(); entry != mIpcSendersMap.end();) {
         char path[envelope::kSocketPathSize];
         formatSocketPath(path, entry->first.c_str());
-        if (fileExists(path)) {
+        if (destinationOf(path) != Destination::kMissing) {
             ++entry;
             continue;
         }

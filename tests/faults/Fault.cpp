@@ -2,7 +2,6 @@
 
 #include <curl/curl.h>
 #include <dirent.h>
-#include <poll.h>
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -96,15 +95,12 @@ FAULT_POINT(PlainNew, throw std::bad_alloc(), void*, _Znwm, (size_t size), (size
 FAULT_POINT(PlainNew, throw std::bad_alloc(), void*, _Znam, (size_t size), (size))
 FAULT_POINT(Bind, -1, int, bind, (int fd, const sockaddr* address, socklen_t size), (fd, address, size))
 FAULT_POINT(Chmod, -1, int, chmod, (const char* path, mode_t mode), (path, mode))
-FAULT_POINT(EventFd, -1, int, eventfd, (unsigned count, int flags), (count, flags))
 FAULT_POINT(Fchmod, -1, int, fchmod, (int fd, mode_t mode), (fd, mode))
 FAULT_POINT(Ftruncate, -1, int, ftruncate, (int fd, off_t size), (fd, size))
 FAULT_POINT(MemfdCreate, -1, int, memfd_create, (const char* name, unsigned flags), (name, flags))
 FAULT_POINT(Mmap, MAP_FAILED, void*, mmap, (void* at, size_t size, int protection, int flags, int fd, off_t offset),
             (at, size, protection, flags, fd, offset))
 FAULT_POINT(Opendir, nullptr, DIR*, opendir, (const char* path), (path))
-FAULT_POINT(Poll, -1, int, poll, (pollfd * descriptors, nfds_t count, int milliseconds),
-            (descriptors, count, milliseconds))
 FAULT_POINT(PthreadCreate, errno, int, pthread_create,
             (pthread_t * thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument),
             (thread, attributes, body, argument))

@@ -11,13 +11,11 @@ enum class Point {
     CurlMemory,  // whatever libcurl allocates; needs prepareCurl()
     Bind,
     Chmod,
-    EventFd,
     Fchmod,
     Ftruncate,
     MemfdCreate,
     Mmap,
     Opendir,
-    Poll,
     PthreadCreate,
     Recv,
     Recvmsg,

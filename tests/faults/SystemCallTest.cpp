@@ -58,7 +58,6 @@ TEST_F(PosIpcFaults, ASocketFileThatCannotBeMadeIsNoReceiver) {
         const char* reason = nullptr;
     } cases[] = {
         {Point::Socket, EMFILE},
-        {Point::EventFd, ENFILE},
         {Point::Fchmod, EPERM},
         {Point::Bind, EACCES},
         {Point::Bind, EADDRINUSE, 5, "others keep making the file"},
@@ -121,9 +120,6 @@ TEST_F(PosIpcFaults, ReceptionOutlivesWhatPassesAndEndsWithWhatStays) {
         {Point::Recvmsg, EINTR, 10, nullptr},
         {Point::Recvmsg, ENOBUFS, 10, "cannot receive: No buffer space available"},
         {Point::Recvmsg, ENOTCONN, 10, "cannot receive: Transport endpoint is not connected", true, true},
-        {Point::Poll, EINTR, 10, nullptr},
-        {Point::Poll, ENOMEM, 10, nullptr},
-        {Point::Poll, EINVAL, 10, "cannot wait for messages: Invalid argument", false, true},
         {Point::Mmap, ENOMEM, 100000, "refused: Cannot allocate memory", true},
         {Point::NothrowNew, 0, 10, "message of 10 bytes dropped: out of memory", true},
         {Point::NothrowNew, 0, 100000, "message of 1 bytes dropped: out of memory", true},  // a memfd's one byte

@@ -1,7 +1,6 @@
 #include "platform/posutil/LocalRecver.h"
 
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -70,8 +69,7 @@ bool LocalRecver::open() {
 
 const char* LocalRecver::makeFile() {
     mSocket = UniqueFd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    mWakeUp = UniqueFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (!mSocket.valid() || !mWakeUp.valid()) {
+    if (!mSocket.valid()) {
         return strerror(errno);
     }
     // The file gets the socket's own mode, less the umask: it never has more rights, not even between bind and a chmod.
@@ -107,59 +105,30 @@ const char* LocalRecver::bindReplacing() {
 void LocalRecver::stop() {
     const int saved = errno;
     mStopped.store(true);
-    // Nobody reads it: the descriptor stays readable, so that a stop cannot be missed. It can only fail by being so.
-    const uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = write(mWakeUp.get(), &one, sizeof(one));
+    // Wakes the listening thread, and lets every later receive return at once: a stop cannot be missed.
+    shutdown(mSocket.get(), SHUT_RD);
     errno = saved;
 }
 
 bool LocalRecver::listen() {
-    while (!mStopped.load()) {
-        switch (takeMessage()) {
-            case Outcome::kTaken:
-                break;
-            case Outcome::kNothing:
-                if (!wait(-1, true)) {
-                    return false;
-                }
-                break;
-            case Outcome::kBroken:
-                return false;
-        }
+    bool usable = true;
+    while (usable && !mStopped.load()) {
+        usable = takeMessage();
     }
-    return true;
+    return usable;
 }
 
-bool LocalRecver::wait(int timeout_ms, bool for_message) {
-    std::array<pollfd, 2> waited = {{{mWakeUp.get(), POLLIN, 0}, {mSocket.get(), POLLIN, 0}}};
-    if (poll(waited.data(), for_message ? 2 : 1, timeout_ms) < 0) {
-        if (errno == EINTR || errno == ENOMEM) {
-            return true;
-        }
-        POS_LOG_ERROR(kTag, "%s: cannot wait for messages: %s", mAddress.path(), strerror(errno));
-        return false;
-    }
-    for (const pollfd& descriptor : waited) {
-        if ((descriptor.revents & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
-            POS_LOG_ERROR(kTag, "%s: the socket is broken, events 0x%x", mAddress.path(),
-                          static_cast<unsigned>(descriptor.revents));
-            return false;
-        }
-    }
-    return true;
-}
-
-LocalRecver::Outcome LocalRecver::takeMessage() {
+bool LocalRecver::takeMessage() {
     // Senders of other makes may put more than kPosIpcMaxDatagram into a datagram: nothing is cut silently.
     // cppcheck-suppress nullPointer
-    const ssize_t length = recv(mSocket.get(), nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
-    if (length < 0) {
-        return judge(errno);
+    const ssize_t length = recv(mSocket.get(), nullptr, 0, MSG_PEEK | MSG_TRUNC);
+    if (mStopped.load()) {
+        return true;
     }
-    return takeDatagram(static_cast<size_t>(length));
+    return length >= 0 ? takeDatagram(static_cast<size_t>(length)) : outlive(errno);
 }
 
-LocalRecver::Outcome LocalRecver::takeDatagram(size_t length) {
+bool LocalRecver::takeDatagram(size_t length) {
     if (length > kPosIpcMaxMessage) {
         return dropDatagram(length, "too long");
     }
@@ -192,22 +161,22 @@ LocalRecver::Outcome LocalRecver::takeDatagram(size_t length) {
     message.msg_controllen = sizeof(control);
     const ssize_t received = recvmsg(mSocket.get(), &message, MSG_CMSG_CLOEXEC | MSG_DONTWAIT);
     if (received < 0) {
-        return judge(errno);
+        return outlive(errno);
     }
     std::array<UniqueFd, kMaxFiles> files;
     const size_t file_count = takeFiles(message, files);
     handOver(buffer, static_cast<size_t>(received), files.data(), file_count, message.msg_flags);
-    return Outcome::kTaken;
+    return true;
 }
 
-LocalRecver::Outcome LocalRecver::dropDatagram(size_t length, const char* reason) {
+bool LocalRecver::dropDatagram(size_t length, const char* reason) {
     // Without room for descriptors the kernel keeps them to itself.
     // cppcheck-suppress nullPointer
     if (recv(mSocket.get(), nullptr, 0, MSG_DONTWAIT) < 0) {
-        return judge(errno);
+        return outlive(errno);
     }
     POS_LOG_WARNING(kTag, "%s: message of %zu bytes dropped: %s", mAddress.path(), length, reason);
-    return Outcome::kTaken;
+    return true;
 }
 
 void LocalRecver::handOver(const char* data, size_t length, const UniqueFd* files, size_t file_count, int flags) {
@@ -233,19 +202,18 @@ void LocalRecver::handOver(const char* data, size_t length, const UniqueFd* file
     }
 }
 
-LocalRecver::Outcome LocalRecver::judge(int errno_value) {
-    if (errno_value == EAGAIN) {
-        return Outcome::kNothing;
-    }
-    if (errno_value == EINTR) {
-        return Outcome::kTaken;
+bool LocalRecver::outlive(int errno_value) {
+    if (errno_value == EINTR || errno_value == EAGAIN) {
+        return true;
     }
     POS_LOG_ERROR(kTag, "%s: cannot receive: %s", mAddress.path(), strerror(errno_value));
     if (errno_value == ENOMEM || errno_value == ENOBUFS) {
-        // The message is still there: try again a little later rather than at once.
-        return wait(kShortageMs, false) ? Outcome::kTaken : Outcome::kBroken;
+        // The message is still there: try again a little later rather than at once. Only a stop ends the wait.
+        pollfd stopped = {mSocket.get(), POLLRDHUP, 0};
+        (void)poll(&stopped, 1, kShortageMs);
+        return true;
     }
-    return Outcome::kBroken;
+    return false;
 }
 
 }  // namespace pos_util

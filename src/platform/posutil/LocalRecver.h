@@ -27,30 +27,26 @@ public:
     bool listen();
 
 private:
-    enum class Outcome { kTaken, kNothing, kBroken };
-
     /// The results are null, or why the file cannot be made.
     const char* makeFile();
     const char* bindReplacing();
 
-    /// Waits until there is something to receive or the receiver is stopped.
-    /// @param timeout_ms -1 waits for ever
-    /// @param for_message false: only for the stop
-    bool wait(int timeout_ms, bool for_message);
-    /// Takes one message, if there is one, and hands it to the listener. What a message is refused for is logged.
-    Outcome takeMessage();
+    // Each of these says whether the socket is good for more.
+
+    /// Waits for a message and hands it to the listener, or returns because of stop(). What a message is refused for
+    /// is logged.
+    bool takeMessage();
     /// @param length the datagram's true length
-    Outcome takeDatagram(size_t length);
-    Outcome dropDatagram(size_t length, const char* reason);
-    void handOver(const char* data, size_t length, const UniqueFd* files, size_t file_count, int flags);
+    bool takeDatagram(size_t length);
+    bool dropDatagram(size_t length, const char* reason);
     /// @param errno_value of a failed receive call
-    Outcome judge(int errno_value);
+    bool outlive(int errno_value);
+
+    void handOver(const char* data, size_t length, const UniqueFd* files, size_t file_count, int flags);
 
     const std::shared_ptr<IPosIpcListener> mListener;
     const SocketAddress mAddress;
     UniqueFd mSocket;
-    /// An eventfd, readable from the first stop on.
-    UniqueFd mWakeUp;
     std::atomic<bool> mStopped{false};
     /// The file that this receiver made, to tell it from one that has taken its place.
     bool mHasFile = false;

@@ -40,8 +40,8 @@ public:
 class PosIpcRecver {
 public:
     virtual ~PosIpcRecver() = default;
-    /// Makes the listening thread return, or the next listen at once: stopping is sticky. From any thread or a signal
-    /// handler, any number of times.
+    /// Makes the listening thread return, or the next listen at once: stopping is sticky, and senders are refused from
+    /// then on (EPIPE). From any thread or a signal handler, any number of times.
     virtual void stop() = 0;
 };
 
