@@ -1,7 +1,6 @@
 # What the device or Debian provides. Each as one imported target; nothing is vendored or downloaded.
 find_package(Threads REQUIRED)
 find_package(CURL 7.85 REQUIRED)
-find_package(PkgConfig REQUIRED)
 
 # liblog lives in a directory of its own on Debian; on the device it is the platform's.
 find_path(LIBLOG_INCLUDE_DIR android/log.h PATHS /usr/include/android REQUIRED)
@@ -18,4 +17,8 @@ if(NOT liblog_directory IN_LIST CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES)
   set(CMAKE_INSTALL_RPATH ${liblog_directory})
 endif()
 
-pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)
+# Where the platform does not confine its processes for them.
+if(INET_AGENT_PLATFORM STREQUAL workstation)
+  find_package(PkgConfig REQUIRED)
+  pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)
+endif()

@@ -1,5 +1,7 @@
-# The seccomp policy of the architecture that is built for; packaging/seccomp has it.
-if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
+# The seccomp policy of what is built for; packaging/seccomp has it.
+if(ANDROID)
+  set(INET_AGENT_POLICY ${CMAKE_SOURCE_DIR}/packaging/seccomp/inet-agent.android.policy)
+elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
   set(INET_AGENT_POLICY ${CMAKE_SOURCE_DIR}/packaging/seccomp/inet-agent.x86_64.policy)
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
   set(INET_AGENT_POLICY ${CMAKE_SOURCE_DIR}/packaging/seccomp/inet-agent.arm64.policy)
