@@ -37,6 +37,8 @@ protected:
 
 TEST_F(ConfinementTest, EveryThreadOfTheRunningAgentIsConfined) {
     start();
+    TestClient client("client");
+    EXPECT_TRUE(client.exchange(client.get(kCs, "http://127.0.0.1:1/", 1)).has_value());  // all its threads are there
     const std::string process = "/proc/" + std::to_string(agent().pid());
     size_t threads = 0;
     for (const auto& entry : std::filesystem::directory_iterator(process + "/task")) {
