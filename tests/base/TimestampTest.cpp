@@ -69,7 +69,6 @@ TEST_F(TimestampTest, DifferencesCarryAndWrapAt32Bits) {
 }
 
 TEST_F(TimestampDeathTest, MisuseAndOverflowEndTheProcess) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     const Timestamp real_time = Timestamp::now(CLOCK_REALTIME);
     const Timestamp invalid = Timestamp::now(12345);
     EXPECT_FALSE(invalid.isValid());

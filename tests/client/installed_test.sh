@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # installed_test.sh BUILD_DIRECTORY AGENT COMPILER [FLAGS...]: installs the library into a scratch prefix, builds programs
 # against it as a stranger would, by pkg-config and by CMake, and runs them. To be run in a device's view of its own.
+# Environment: EMULATOR, a command that runs the programs; CMAKE_TOOLCHAIN_FILE, how CMake builds them (both optional).
 set -euo pipefail
 
 build=$1 agent=$2 compiler=$3
 shift 3
 flags=("$@")
+read -ra emulator <<<"${EMULATOR-}"
 here=$(cd -P -- "$(dirname -- "$0")" && pwd)
 work=$(mktemp -d /tmp/client-installed.XXXXXX)
 trap 'rm -rf "$work"' EXIT
@@ -29,7 +31,7 @@ pkg_config=$(PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name inet-agent-client
     pkg-config --cflags --libs inet-agent-client)
 # shellcheck disable=SC2086  # flags are words
 "$compiler" -std=c++17 -Wall -Wextra -Wpedantic -Werror "${flags[@]}" example.cpp -o example $pkg_config
-said=$(./example 2>&1)
+said=$("${emulator[@]}" ./example 2>&1)
 [[ $said == "no such participant: "* ]] || { echo "the example says: $said" >&2; exit 1; }
 
 # A program with a framework of its own under the same names, against both libraries.
@@ -54,7 +56,7 @@ cmake --build out >>cmake.log
 agent_pid=$!
 for program in out/with-*; do
     [[ -x $program ]] || continue
-    said=$("./$program" 2>&1) || { printf '%s failed: %s\n' "$program" "$said" >&2; cat agent.log >&2; exit 1; }
+    said=$("${emulator[@]}" "./$program" 2>&1) || { printf '%s failed: %s\n' "$program" "$said" >&2; cat agent.log >&2; exit 1; }
     [[ -z $said ]] || { printf '%s prints: %s\n' "$program" "$said" >&2; exit 1; }
 done
 kill "$agent_pid"

@@ -14,7 +14,7 @@ namespace {
 
 constexpr size_t kClients = 20;
 constexpr size_t kRequestsEach = 10;
-constexpr size_t kBig = (kSanitized ? 8U : 64U) * 1024 * 1024;
+constexpr size_t kBig = (kSlowed ? 8U : 64U) * 1024 * 1024;
 constexpr int32_t kPatienceSec = 150;
 
 /// A request with the one reply that is right for it.
@@ -189,7 +189,7 @@ TEST_F(CrowdTest, EveryLiveClientIsAnsweredExactlyOnce) {
 TEST_F(CrowdTest, FloodIsAnsweredAndHoldsUpOnlyItsOwnController) {
     // Each arrival and each start looks through all that wait, so the time it takes grows with the square.
 #ifdef __OPTIMIZE__
-    constexpr int32_t kFlood = kSanitized ? 1000 : 10000;
+    constexpr int32_t kFlood = kSlowed ? 1000 : 10000;
 #else
     constexpr int32_t kFlood = 2000;
 #endif

@@ -224,7 +224,7 @@ TEST_F(TransferTest, BodiesAroundTheLimitOfADatagramArrive) {
 TEST_F(TransferTest, LargeBodiesArriveWholeBothWays) {
     start();
     constexpr size_t kMiB = 1024 * 1024;
-    for (const size_t size : {5 * kMiB + 1, (kSanitized ? 16 : 64) * kMiB}) {
+    for (const size_t size : {5 * kMiB + 1, (kSlowed ? 16 : 64) * kMiB}) {
         SCOPED_TRACE(size);
         const std::string body = alphabet(size);
         expectResult(get(mHttp.url("/bytes/" + std::to_string(size)), kTdpDl), 200, body);

@@ -11,4 +11,13 @@ inline constexpr bool kSanitized = __has_feature(address_sanitizer) || __has_fea
 inline constexpr bool kSanitized = false;
 #endif
 
+/// The same goes for a processor that is emulated. tests/not_emulated.txt has what an emulator cannot do at all.
+#ifdef TEST_EMULATED
+inline constexpr bool kEmulated = true;
+#else
+inline constexpr bool kEmulated = false;
+#endif
+
+inline constexpr bool kSlowed = kSanitized || kEmulated;
+
 }  // namespace test_support

@@ -7,5 +7,5 @@ agent_test(report_agent_test DEVICE
   SOURCES report_agent_test.cpp
   LINK test_support nlohmann_json::nlohmann_json)
 target_compile_definitions(report_agent_test PRIVATE
-  MQCTL_PATH="$<TARGET_FILE:mqctl>" INET_AGENT_PATH="$<TARGET_FILE:inet-agent>")
+  MQCTL_PATH="${TESTED_MQCTL}" INET_AGENT_PATH="${TESTED_AGENT}")
 add_dependencies(report_agent_test mqctl inet-agent)

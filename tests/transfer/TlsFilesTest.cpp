@@ -20,7 +20,6 @@ using test_support::LogCapture;
 
 // The choice is made once per process, so each case has a process of its own.
 TEST(TlsFilesDeathTest, TheAuthoritiesAreChosenOnceForAll) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     const struct {
         bool main;
         bool backup;
