@@ -22,7 +22,8 @@ constexpr int kNothingToAppend = 2;
 constexpr int kNoMemory = 3;
 constexpr int kAppendFailed = 2;
 
-// From here on the pages cost more than the copy: the kernel may give large ones, whose size is at most this.
+// From here on the pages cost more than the copy: the kernel may give large ones. With pages of 4 KiB those have this size;
+// where they are larger, it gives those that fit.
 constexpr size_t kLargePagesFrom = size_t{4} << 20;
 constexpr size_t kLargePage = size_t{2} << 20;
 

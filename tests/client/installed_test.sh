@@ -49,7 +49,7 @@ foreach(library client client-static)
 endforeach()
 install(TARGETS with-client DESTINATION bin)
 END
-cmake -S . -B out -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$compiler" \
+cmake -G Ninja -S . -B out -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$compiler" \
     -DCMAKE_CXX_FLAGS="${flags[*]}" >cmake.log
 cmake --build out >>cmake.log
 "$agent" >agent.log 2>&1 &

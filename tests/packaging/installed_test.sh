@@ -12,6 +12,7 @@ done
 if [[ -n ${EMULATOR-} ]]; then
     for program in "$root"/usr/bin/*; do
         mv "$program" "$program.real"
+        # shellcheck disable=SC2016  # the launcher expands them
         printf '#!/bin/sh\nexec %s "$0.real" "$@"\n' "$EMULATOR" >"$program"
         chmod +x "$program"
     done
