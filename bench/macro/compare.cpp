@@ -11,7 +11,7 @@ namespace bench {
 
 namespace {
 
-constexpr double kRoundNs = 400e6;  // about the longest that one subject may take of a round
+constexpr double kRoundNs = 400e6;  // about the longest that one subject may take of a round; divided when quick
 
 /// A subject: one value a round.
 struct Subject {
@@ -38,11 +38,11 @@ void moveServants(const Subject& subject, int core) {
     }
 }
 
-void calibrate(Subject* subject, std::size_t passes) {
-    (void)subject->work->run(3);
-    const double took = quantile(subject->work->run(3), 0.5) * static_cast<double>(subject->work->batch());
+void calibrate(Subject* subject, std::size_t passes, std::size_t divisor) {
+    (void)subject->work->run(1);
+    const double took = quantile(subject->work->run(2), 0) * static_cast<double>(subject->work->batch());
     const auto affordable = static_cast<std::size_t>(kRoundNs / std::max(took, 1.0));
-    subject->passes = std::max<std::size_t>(1, std::min(passes, affordable));
+    subject->passes = std::max<std::size_t>(1, std::min(passes, affordable) / divisor);
 }
 
 void runRound(std::vector<Subject>* subjects, const CompareOptions& options) {
@@ -114,7 +114,7 @@ void compare(const ExchangeTable& table, const std::vector<const ExchangeRow*>& 
             continue;
         }
         subjects.push_back({row->subject, std::move(work), 1, {}, {}, {}, {}});
-        calibrate(&subjects.back(), std::max<std::size_t>(1, table.passes / options.divisor));
+        calibrate(&subjects.back(), table.passes, options.divisor);
     }
     for (int round = 0; round < options.rounds; ++round) {
         runRound(&subjects, options);

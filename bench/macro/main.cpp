@@ -17,6 +17,7 @@
 #include <thread>
 #include <utility>
 
+#include "macro/bytes_echo.h"
 #include "macro/compare.h"
 #include "support/CertificateAuthority.h"
 #include "support/files.h"
@@ -101,6 +102,9 @@ std::vector<const ExchangeRow*> rowsOf(const ExchangeTable& table) {
 }
 
 int main(int argc, char** argv) {
+    if (argc == 4 && std::string_view(argv[1]) == kEchoOption) {
+        echoBytes(argv[2], argv[3]);
+    }
     Options options;
     if (!parse(argc, argv, &options)) {
         return usage();
@@ -191,8 +195,8 @@ ExchangeRow gettingRow(std::string subject, std::vector<std::string> tables, Mak
             [make = std::move(make)](const Stage& stage, const std::string& table,
                                      std::string* why) -> std::unique_ptr<Work> {
                 constexpr std::size_t kSmallSize = 200;
-                constexpr std::size_t kLargeSize = std::size_t{64} << 20;
-                const std::size_t size = table.compare(0, 5, "large") == 0 ? kLargeSize : kSmallSize;
+                const std::size_t large = std::size_t{stage.quick ? 8U : 64U} << 20;
+                const std::size_t size = table.compare(0, 5, "large") == 0 ? large : kSmallSize;
                 const std::string path = "/bytes/" + std::to_string(size);
                 const bool encrypted = table.size() > 6 && table.compare(table.size() - 6, 6, "/https") == 0;
                 std::unique_ptr<Getter> getter = make(stage, why);

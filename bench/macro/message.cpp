@@ -11,7 +11,7 @@
 #include <mutex>
 #include <thread>
 
-#include "macro/macro.h"
+#include "macro/bytes_echo.h"
 #include "mq/Envelope.h"
 #include "mq/MessageQueueClientImpl.h"
 #include "mq/MessageQueueServiceCallback.h"
@@ -33,98 +33,43 @@ double nanosecondsSince(Clock::time_point start) {
     return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
 }
 
-/// A bound datagram socket in a directory.
-class DatagramEnd {
+/// Each end is bound, and addresses the other by its path on every send, as participants do.
+class DatagramEnd : public BytesEnd {
 public:
-    explicit DatagramEnd(const std::string& path) : mSocket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-        mOwn = addressOf(path);
-        (void)::unlink(path.c_str());
-        const timeval patience{20, 0};
+    DatagramEnd(const std::string& path, bool server)
+        : mSocket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
+          mOwn(addressOf(server ? path : path + "-client")),
+          mOther(addressOf(server ? path + "-client" : path)) {
+        (void)::unlink(mOwn.sun_path);
+        const timeval patience{kEchoPatienceMs / 1000, 0};
         if (::bind(mSocket, reinterpret_cast<const sockaddr*>(&mOwn), sizeof(mOwn)) != 0 ||
             ::setsockopt(mSocket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience)) != 0) {
             die("no socket at " + path);
         }
     }
-    ~DatagramEnd() {
+    ~DatagramEnd() override {
         (void)::unlink(mOwn.sun_path);
         (void)::close(mSocket);
     }
     DatagramEnd(const DatagramEnd&) = delete;
     DatagramEnd& operator=(const DatagramEnd&) = delete;
 
+    bool send(const char* data, std::size_t size) override {
+        return ::sendto(mSocket, data, size, 0, reinterpret_cast<const sockaddr*>(&mOther), sizeof(mOther)) >= 0;
+    }
+    bool receive(char* data, std::size_t size) override { return ::recv(mSocket, data, size, 0) > 0; }
+
+private:
     static sockaddr_un addressOf(const std::string& path) {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         (void)std::snprintf(address.sun_path, sizeof(address.sun_path), "%s", path.c_str());
         return address;
     }
-    void send(const sockaddr_un& to, const char* data) const {
-        (void)::sendto(mSocket, data, kMessageSize, 0, reinterpret_cast<const sockaddr*>(&to), sizeof(to));
-    }
-    /// @return whether one came
-    bool receive(char* data) const { return ::recv(mSocket, data, kMessageSize, 0) > 0; }
 
-private:
     int mSocket;
-    sockaddr_un mOwn{};
-};
-
-/// The first byte of a message says whether it wants an answer.
-class BareDatagrams : public Work {
-public:
-    BareDatagrams(const Stage& stage, bool oneWay)
-        : mOneWay(oneWay),
-          mOwn(stage.directory + "/datagram-client"),
-          mOther(DatagramEnd::addressOf(stage.directory + "/datagram-echo")) {
-        const std::string own_path = stage.directory + "/datagram-client";
-        const std::string other_path = stage.directory + "/datagram-echo";
-        (void)::unlink(other_path.c_str());
-        mEcho = Process::run([&] {
-            const DatagramEnd end(other_path);
-            const sockaddr_un client = DatagramEnd::addressOf(own_path);
-            std::array<char, kMessageSize> data{};
-            for (;;) {
-                if (end.receive(data.data()) && data[0] != 0) {
-                    end.send(client, data.data());
-                }
-            }
-        });
-        if (!waitFor(&mEcho, [&] { return ::access(other_path.c_str(), F_OK) == 0; })) {
-            die("the echo does not come up");
-        }
-    }
-    std::vector<double> run(std::size_t n) override {
-        if (!mOneWay) {
-            return timed(n, [this] { exchange(true); });
-        }
-        std::vector<double> took = timed(n, [this] {
-            for (int i = 1; i < kRunLength; ++i) {
-                exchange(false);
-            }
-            exchange(true);
-        });
-        for (double& run : took) {
-            run /= kRunLength;
-        }
-        return took;
-    }
-    [[nodiscard]] std::size_t batch() const override { return mOneWay ? kRunLength : 1; }
-    [[nodiscard]] std::vector<pid_t> servants() const override { return {mEcho.pid()}; }
-
-private:
-    void exchange(bool answered) {
-        std::array<char, kMessageSize> data{};
-        data[0] = answered ? 1 : 0;
-        mOwn.send(mOther, data.data());
-        if (answered && !mOwn.receive(data.data())) {
-            die("the echo does not answer");
-        }
-    }
-
-    bool mOneWay;
-    DatagramEnd mOwn;
+    sockaddr_un mOwn;
     sockaddr_un mOther;
-    Process mEcho;
 };
 
 constexpr const char* kEchoName = "bench-echo";
@@ -270,20 +215,20 @@ private:
     Clock::time_point mStart;
 };
 
-bool isOneWay(const std::string& table) {
-    return table == "message/one-way";
+ExchangeRow datagramRow() {
+    ExchangeRow row = bytesRow("datagram by path", [](const std::string& path, bool server) {
+        return std::make_unique<DatagramEnd>(path, server);
+    });
+    row.tables.emplace_back("reply/refused");
+    return row;
 }
 
 const RegisterExchange kRows[] = {
-    RegisterExchange(ExchangeRow{"datagram by path",
-                                 {"message/round-trip", "message/one-way", "reply/refused"},
-                                 [](const Stage& stage, const std::string& table, std::string* /*why*/) {
-                                     return std::make_unique<BareDatagrams>(stage, isOneWay(table));
-                                 }}),
+    RegisterExchange(datagramRow()),
     RegisterExchange(ExchangeRow{kAgent,
                                  {"message/round-trip", "message/one-way"},
                                  [](const Stage& /*stage*/, const std::string& table, std::string* /*why*/) {
-                                     return std::make_unique<Cards>(isOneWay(table));
+                                     return std::make_unique<Cards>(table == "message/one-way");
                                  }}),
 };
 
