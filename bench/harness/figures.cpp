@@ -1,6 +1,7 @@
 #include "harness/figures.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
@@ -11,7 +12,7 @@ double quantile(std::vector<double> values, double share) {
     if (values.empty()) {
         return 0;
     }
-    const auto at = static_cast<std::size_t>(share * static_cast<double>(values.size() - 1) + 0.5);
+    const auto at = static_cast<std::size_t>(std::lround(share * static_cast<double>(values.size() - 1)));
     std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(at), values.end());
     return values[at];
 }
@@ -41,7 +42,7 @@ std::string textOf(const char* format, ...) {
     char text[512];
     va_list arguments;
     va_start(arguments, format);
-    (void)std::vsnprintf(text, sizeof(text), format, arguments);
+    (void)std::vsnprintf(text, sizeof(text), format, arguments);  // NOLINT(clang-analyzer-valist.Uninitialized): it is
     va_end(arguments);
     return text;
 }

@@ -208,6 +208,10 @@ int versions() {
     return 0;
 }
 
+int numberOf(const char* text) {
+    return static_cast<int>(std::strtol(text, nullptr, 10));
+}
+
 int usage() {
     (void)std::fprintf(stderr,
                        "inet-agent-bench [--rounds N] [--turns N] [--core N] [--only GROUP]... [--list]\n"
@@ -240,11 +244,11 @@ int main(int argc, char** argv) {
         if (name == "--only") {
             options.only.emplace_back(value);
         } else if (name == "--rounds") {
-            options.rounds = std::max(1, std::atoi(value));
+            options.rounds = std::max(1, numberOf(value));
         } else if (name == "--turns") {
-            options.turns = std::max(1, std::atoi(value));
+            options.turns = std::max(1, numberOf(value));
         } else if (name == "--core") {
-            options.core = std::atoi(value);
+            options.core = numberOf(value);
         } else {
             return usage();
         }

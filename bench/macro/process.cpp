@@ -90,6 +90,7 @@ Process& Process::operator=(Process&& other) noexcept {
 Process Process::start(const std::vector<std::string>& command, const std::function<void()>& prepare) {
     return run([&] {
         std::vector<char*> arguments;
+        arguments.reserve(command.size() + 1);
         for (const std::string& word : command) {
             arguments.push_back(const_cast<char*>(word.c_str()));
         }
@@ -142,9 +143,9 @@ std::string findProgram(const std::string& name) {
     const char* const path = std::getenv("PATH");
     std::istringstream directories((path != nullptr ? std::string(path) : "") + ":/usr/sbin:/sbin");
     for (std::string directory; std::getline(directories, directory, ':');) {
-        const std::string program = directory + "/" + name;
-        if (!directory.empty() && ::access(program.c_str(), X_OK) == 0) {
-            return program;
+        directory.append("/").append(name);
+        if (directory.front() == '/' && ::access(directory.c_str(), X_OK) == 0) {
+            return directory;
         }
     }
     return {};
