@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -131,13 +132,16 @@ int main(int argc, char** argv) {
     }
     options.compare.divisor = options.quick ? kQuickDivisor : 1;
 
-    const test_support::CertificateAuthority authority;
-    const test_support::Certificate certificate = authority.issueServer({"127.0.0.1"});
+    // Its directory goes at once: nothing would remove it when this program ends early.
+    std::optional<test_support::CertificateAuthority> authority(std::in_place);
+    const test_support::Certificate certificate = authority->issueServer({"127.0.0.1"});
+    const std::string authority_pem = authority->pem();
+    authority.reset();
     (void)::mkdir(kDirectory, 0755);
     (void)::chmod(kDirectory, 0755);
     const std::string authorities =
         ::access(kSystemCaFile, R_OK) == 0 ? test_support::readFile(kSystemCaFile) : std::string();
-    test_support::writeFile(kAgentCaFile, authorities + authority.pem());
+    test_support::writeFile(kAgentCaFile, authorities + authority_pem);
     (void)curl_global_init(CURL_GLOBAL_ALL);
 
     Origin origin(certificate.certificatePem, certificate.keyPem);

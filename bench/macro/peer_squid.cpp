@@ -1,5 +1,11 @@
 // libcurl through a proxy on this machine, which caches nothing.
 
+#include <grp.h>
+#include <pwd.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
 #include "macro/libcurl.h"
 #include "macro/peers.h"
 #include "macro/ports.h"
@@ -34,6 +40,14 @@ const RegisterExchange kRow(gettingRow("squid", {"get/http"},
                                                                   : nullptr;
                                        }));
 
+/// Root's squid would change its user, and a process that does so outlives its parent: it gets its user beforehand.
+void leaveRoot() {
+    const passwd* const user = ::geteuid() == 0 ? ::getpwnam("proxy") : nullptr;  // NOLINT(concurrency-mt-unsafe)
+    if (user != nullptr && ::setgroups(0, nullptr) == 0 && ::setgid(user->pw_gid) == 0 && ::setuid(user->pw_uid) == 0) {
+        (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    }
+}
+
 }  // namespace
 
 RunningPeer startSquid(const Stage& stage, std::string* why) {
@@ -49,7 +63,7 @@ RunningPeer startSquid(const Stage& stage, std::string* why) {
                                                "\nhttp_access allow all\ncache deny all\naccess_log none\n"
                                                "cache_log /dev/null\npid_filename none\nnetdb_filename none\n"
                                                "shutdown_lifetime 0 seconds\nvisible_hostname localhost\n");
-    squid.process = Process::start({program, "-N", "-f", configuration});
+    squid.process = Process::start({program, "-N", "-f", configuration}, leaveRoot);
     if (!waitFor(&squid.process, [&] { return listensAt(port); })) {
         *why = "it does not come up";
         return {};
