@@ -13,10 +13,13 @@ class NngEnd : public BytesEnd {
 public:
     NngEnd(const std::string& path, bool server) {
         const std::string address = "ipc://" + path;
-        if (nng_pair0_open(&mSocket) != 0 ||
-            (server ? nng_listen(mSocket, address.c_str(), nullptr, 0)
-                    : nng_dial(mSocket, address.c_str(), nullptr, 0)) != 0 ||
-            nng_socket_set_ms(mSocket, NNG_OPT_RECVTIMEO, kEchoPatienceMs) != 0) {
+        const auto join = [&] {
+            return (server ? nng_listen(mSocket, address.c_str(), nullptr, 0)
+                           : nng_dial(mSocket, address.c_str(), nullptr, 0)) == 0;
+        };
+        // The other's file is there a moment before it listens.
+        if (nng_pair0_open(&mSocket) != 0 || nng_socket_set_ms(mSocket, NNG_OPT_RECVTIMEO, kEchoPatienceMs) != 0 ||
+            !waitFor(nullptr, join)) {
             die("nng has no way to " + address);
         }
     }
