@@ -13,6 +13,7 @@
 #include <string_view>
 #include <thread>
 
+#include "harness/figures.h"
 #include "harness/harness.h"
 
 extern "C" void bench_counted_loop(const bench::Loop* loop, std::size_t n);
@@ -56,15 +57,6 @@ struct Subject {
     std::vector<double> medians;  // one a round
 };
 
-double quantile(std::vector<double> values, double share) {
-    if (values.empty()) {
-        return 0;
-    }
-    const auto at = static_cast<std::size_t>(share * static_cast<double>(values.size() - 1) + 0.5);
-    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(at), values.end());
-    return values[at];
-}
-
 double timeOf(const Loop& loop, std::size_t n) {
     const auto start = Clock::now();
     loop(n);
@@ -99,30 +91,6 @@ void runRound(std::vector<Subject>* subjects, int turns) {
     }
 }
 
-std::string timeText(double ns) {
-    const char* unit = "ns";
-    double value = ns;
-    for (const char* larger : {"us", "ms", "s"}) {
-        if (value < 1000) {
-            break;
-        }
-        value /= 1000;
-        unit = larger;
-    }
-    char text[32];
-    (void)std::snprintf(text, sizeof(text), "%.*f %s", value < 10 ? 2 : value < 100 ? 1 : 0, value, unit);
-    return text;
-}
-
-/// The median over the rounds of what ours cost beside the other.
-double ratioOf(const Subject& ours, const Subject& other) {
-    std::vector<double> ratios;
-    for (std::size_t i = 0; i < ours.medians.size(); ++i) {
-        ratios.push_back(ours.medians[i] / other.medians[i]);
-    }
-    return quantile(ratios, 0.5);
-}
-
 void printComparison(const Table& table, const std::vector<Subject>& subjects) {
     std::printf("| subject | p50 | p99 | ours / it | goal |\n|---|--:|--:|--:|--:|\n");
     const auto ours = std::find_if(subjects.begin(), subjects.end(),
@@ -134,7 +102,7 @@ void printComparison(const Table& table, const std::vector<Subject>& subjects) {
             std::printf(" | |\n");
             continue;
         }
-        std::printf(" %.2f |", ratioOf(*ours, subject));
+        std::printf(" %.2f |", ratioOf(ours->medians, subject.medians));
         const auto goal = std::find_if(table.goals.begin(), table.goals.end(),
                                        [&](const Goal& one) { return one.subject == subject.row->subject; });
         if (goal != table.goals.end()) {
@@ -240,6 +208,10 @@ int versions() {
     return 0;
 }
 
+int numberOf(const char* text) {
+    return static_cast<int>(std::strtol(text, nullptr, 10));
+}
+
 int usage() {
     (void)std::fprintf(stderr,
                        "inet-agent-bench [--rounds N] [--turns N] [--core N] [--only GROUP]... [--list]\n"
@@ -272,11 +244,11 @@ int main(int argc, char** argv) {
         if (name == "--only") {
             options.only.emplace_back(value);
         } else if (name == "--rounds") {
-            options.rounds = std::max(1, std::atoi(value));
+            options.rounds = std::max(1, numberOf(value));
         } else if (name == "--turns") {
-            options.turns = std::max(1, std::atoi(value));
+            options.turns = std::max(1, numberOf(value));
         } else if (name == "--core") {
-            options.core = std::atoi(value);
+            options.core = numberOf(value);
         } else {
             return usage();
         }

@@ -1,0 +1,87 @@
+#include "macro/bytes_echo.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <map>
+#include <utility>
+
+namespace bench {
+
+namespace {
+
+constexpr std::size_t kRunLength = 1000;
+
+/// The first byte says whether it wants an answer.
+using Message = std::array<char, 200>;
+
+std::map<std::string, MakeEnd>& makers() {
+    static std::map<std::string, MakeEnd> all;
+    return all;
+}
+
+class BytesEcho : public Work {
+public:
+    BytesEcho(const std::string& subject, const std::string& path, bool oneWay) : mOneWay(oneWay) {
+        const MakeEnd& make = makers().at(subject);
+        (void)::unlink(path.c_str());
+        // This program anew: some of the libraries do not survive a fork.
+        mEcho = Process::start({"/proc/self/exe", kEchoOption, subject, path});
+        if (!waitFor(&mEcho, [&] { return ::access(path.c_str(), F_OK) == 0; })) {
+            die("the echo does not come up");
+        }
+        mEnd = make(path, false);
+    }
+    std::vector<double> run(std::size_t n) override {
+        std::vector<double> took = timed(n, [this] {
+            for (std::size_t i = 1; i < batch(); ++i) {
+                exchange(false);
+            }
+            exchange(true);
+        });
+        for (double& one : took) {
+            one /= static_cast<double>(batch());
+        }
+        return took;
+    }
+    [[nodiscard]] std::size_t batch() const override { return mOneWay ? kRunLength : 1; }
+    [[nodiscard]] std::vector<pid_t> servants() const override { return {mEcho.pid()}; }
+
+private:
+    void exchange(bool answered) {
+        Message message{};
+        message[0] = answered ? 1 : 0;
+        if (!mEnd->send(message.data(), message.size()) ||
+            (answered && !mEnd->receive(message.data(), message.size()))) {
+            die("the echo does not answer");
+        }
+    }
+
+    bool mOneWay;
+    Process mEcho;
+    std::unique_ptr<BytesEnd> mEnd;
+};
+
+}  // namespace
+
+void echoBytes(const std::string& subject, const std::string& path) {
+    const std::unique_ptr<BytesEnd> end = makers().at(subject)(path, true);
+    Message message{};
+    for (;;) {
+        if (end->receive(message.data(), message.size()) && message[0] != 0) {
+            (void)end->send(message.data(), message.size());
+        }
+    }
+}
+
+ExchangeRow bytesRow(const std::string& subject, MakeEnd make) {
+    makers()[subject] = std::move(make);
+    return {subject,
+            {"message/round-trip", "message/one-way"},
+            [subject](const Stage& stage, const std::string& table, std::string* /*why*/) {
+                return std::make_unique<BytesEcho>(subject, stage.directory + "/echo-" + subject,
+                                                   table == "message/one-way");
+            }};
+}
+
+}  // namespace bench

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+/// The processes that take part, and what the kernel tells about them.
+namespace bench {
+
+/// Ends the program; its children end with it.
+[[noreturn]] void die(const std::string& what);
+
+/// A child process, which ends with this object, and with this process however that ends. To be started by the main
+/// thread. Its output goes nowhere.
+class Process {
+public:
+    Process() = default;
+    Process(Process&& other) noexcept;
+    Process& operator=(Process&& other) noexcept;
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+    ~Process() { stop(); }
+
+    /// @param prepare runs in the child, before the program takes its place
+    static Process start(const std::vector<std::string>& command, const std::function<void()>& prepare = {});
+    /// A child that runs `work`, and has ended when that returns.
+    static Process run(const std::function<void()>& work);
+
+    [[nodiscard]] pid_t pid() const { return mPid; }
+    [[nodiscard]] bool running();
+    /// Politely at first.
+    void stop();
+
+private:
+    explicit Process(pid_t pid) : mPid(pid) {}
+    pid_t mPid = -1;
+};
+
+/// @return "" when there is none
+std::string findProgram(const std::string& name);
+
+/// Until the condition holds. @return false after ten seconds, or when the process has ended
+bool waitFor(Process* process, const std::function<bool()>& condition);
+
+/// Puts all threads of a process on one core. @param pid 0: this process
+/// @return false when there is no such core for us
+bool moveTo(pid_t pid, int core);
+
+/// Processor time of a process so far, all threads, in nanoseconds.
+double cpuTime(pid_t pid);
+
+/// How often its threads have gone to sleep so far.
+std::uint64_t sleeps(pid_t pid);
+
+struct Memory {
+    double resident = 0;  ///< MiB, as RSS
+    double own = 0;       ///< MiB, shared with no other process
+};
+Memory memoryOf(pid_t pid);
+
+/// MiB of memory that is resident now, without what is a shared file in memory.
+double residentWithoutShared(pid_t pid);
+
+}  // namespace bench
