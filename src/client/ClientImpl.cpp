@@ -129,9 +129,12 @@ void Client::Impl::request(const Request& request, Callback callback) {
         end(0, pending, makeReply(ReplyKind::refused, std::move(reason)));
         return;
     }
-    if (std::optional<Reply> absent = absence(request.controller); absent.has_value()) {
-        end(0, pending, std::move(*absent));
-        return;
+    // Whether anybody listens on the socket is looked into when it does not take the message.
+    if (!zv_loc_fw::hasSocket(request.controller)) {
+        if (std::optional<Reply> absent = absence(request.controller); absent.has_value()) {
+            end(0, pending, std::move(*absent));
+            return;
+        }
     }
     std::unique_lock lock(mMutex);
     if (mClosed) {
@@ -139,8 +142,7 @@ void Client::Impl::request(const Request& request, Callback callback) {
         end(0, pending, makeReply(ReplyKind::closed, "the client is being closed"));
         return;
     }
-    const std::optional<Clock::time_point> next = mInFlight.nextDeadline();
-    const bool wakes = !next.has_value() || pending.deadline < *next;
+    const bool wakes = pending.deadline < mDeadlineThreadWakes;
     const std::int32_t tx_id = mInFlight.add(std::move(pending));
     lock.unlock();
     if (wakes) {
@@ -209,10 +211,13 @@ int Client::Impl::run() {
             end(expired->first, expired->second, noReply(expired->second));
             expired.reset();  // what the callback holds may come back to this client
             lock.lock();
-        } else if (const std::optional<Clock::time_point> next = mInFlight.nextDeadline(); next.has_value()) {
-            mChanged.wait_until(lock, *next);
-        } else {
+            continue;
+        }
+        mDeadlineThreadWakes = mInFlight.nextDeadline().value_or(Clock::time_point::max());
+        if (mDeadlineThreadWakes == Clock::time_point::max()) {
             mChanged.wait(lock);
+        } else {
+            mChanged.wait_until(lock, mDeadlineThreadWakes);
         }
     }
     return 0;

@@ -43,8 +43,12 @@ private:
 
     std::mutex mMutex;
     std::condition_variable mChanged;  // an earlier deadline than before, or the end
-    InFlight mInFlight;                // guarded by mMutex
-    bool mClosed = false;              // guarded by mMutex
+    // Guarded by mMutex.
+    InFlight mInFlight;
+    /// When the deadlines' thread looks again by itself, at the latest at the next deadline. It need not be woken for
+    /// requests with later ones: mostly for none.
+    Clock::time_point mDeadlineThreadWakes = Clock::time_point::max();
+    bool mClosed = false;
 };
 
 }  // namespace inet_agent

@@ -42,13 +42,16 @@ std::string noParticipantName(const std::string& name) {
            " characters, no \"/\", not \"" + envelope::kHub + "\")";
 }
 
+bool hasSocket(const std::string& name) {
+    struct stat file {};
+    return isParticipantName(name) && ::stat(pathOf(name).c_str(), &file) == 0 && S_ISSOCK(file.st_mode);
+}
+
 ParticipantState lookUpParticipant(const std::string& name) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const std::string path = pathOf(name);
-    struct stat file {};
-    if (!isParticipantName(name) || path.size() >= sizeof(address.sun_path) || ::stat(path.c_str(), &file) != 0 ||
-        !S_ISSOCK(file.st_mode)) {
+    if (path.size() >= sizeof(address.sun_path) || !hasSocket(name)) {
         return ParticipantState::kAbsent;
     }
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);

@@ -33,6 +33,9 @@ enum class ParticipantState {
 /// Looks by connecting, which sends nothing. Any thread.
 [[nodiscard]] ParticipantState lookUpParticipant(const std::string& name);
 
+/// Whether there is a socket of that name, live or stale. Any thread.
+[[nodiscard]] bool hasSocket(const std::string& name);
+
 /// Whether a participant can have that name: 1 to 75 characters, so that no path is cut, no "/", not "." or "..", and
 /// not the hub's, which never leaves the sender.
 [[nodiscard]] bool isParticipantName(const std::string& name);
