@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -184,8 +185,8 @@ TEST(PosIpc, EveryDescriptorButOneSealedMemfdIsRefusedAndClosed) {
         {"one descriptor and one byte", "m", {sealed, sealed}},
         {"one descriptor and one byte", "", {sealed}},
         {"one descriptor and one byte", "mm", {sealed}},
-        {"could not all be received", "m", std::vector<int>(9, sealed)},
-        {"could not all be received", "m", std::vector<int>(253, sealed)},
+        {"with 9 descriptors refused", "m", std::vector<int>(9, sealed)},
+        {"with 253 descriptors refused", "m", std::vector<int>(253, sealed)},
     };
     sendRaw(dir.file("a"), "m", {sealed});
     EXPECT_THAT(participant.take(1), ElementsAre("sealed"));
@@ -265,6 +266,35 @@ TEST(PosIpc, FullReceiverIsWaitedForOnceAndDelaysNobodyElse) {
     while (sendText(*to_idle, message)) {
     }
     EXPECT_EQ(log.count("dropped: the receiver is full"), 2U);
+}
+
+TEST(PosIpc, ASocketThatLingersHoldsUpNobody) {
+    const TempDir dir;
+    const auto collector = std::make_shared<Collector>();
+    const auto recver = PosIpc::getPosIpcLocalRecver(collector, dir.file("a").c_str());
+    const UniqueFd listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address = {};
+    socklen_t length = sizeof(address);
+    auto* const any = reinterpret_cast<sockaddr*>(&address);
+    ASSERT_EQ(::listen(listener.get(), 1), 0);
+    ASSERT_EQ(::getsockname(listener.get(), any, &length), 0);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    {
+        // Its peer reads nothing: whoever closes the last descriptor would wait. That is the receiver.
+        const UniqueFd full(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        ASSERT_EQ(::connect(full.get(), any, length), 0);
+        const std::string bytes(100000, 'x');
+        while (::send(full.get(), bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
+        }
+        const linger longer_than_the_test = {1, 40};
+        ASSERT_EQ(::setsockopt(full.get(), SOL_SOCKET, SO_LINGER, &longer_than_the_test, sizeof(linger)), 0);
+        sendRaw(dir.file("a"), "m", {full.get()});
+    }
+    sendRaw(dir.file("a"), "after", {});
+    std::thread thread([&] { EXPECT_TRUE(PosIpc::startBlockingListening(*recver)); });
+    EXPECT_THAT(collector->take(1), ElementsAre("after"));
+    recver->stop();
+    thread.join();
 }
 
 TEST(PosIpc, StopIsStickyAndMayComeOftenAndFromAnywhere) {

@@ -4,8 +4,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -18,34 +16,58 @@ namespace pos_util {
 namespace {
 
 constexpr char kTag[] = "PosIpc";
-/// A message has one descriptor; room for a few more, so that the log tells what came instead.
-constexpr size_t kMaxFiles = 8;
+/// The most descriptors that one message can carry (the kernel's SCM_MAX_FD). There is room for all: what has none the
+/// kernel closes itself, and that may take as long as the sender likes.
+constexpr size_t kMaxFiles = 253;
 constexpr size_t kSmallestBuffer = 4096;
 /// How long the kernel's shortage of memory is waited for before the next try.
 constexpr int kShortageMs = 100;
 /// Only others that replace the same file at the same time make more than two tries necessary.
 constexpr int kBindTries = 5;
 
-/// Takes over every descriptor that came with a message, so that none survives it.
-size_t takeFiles(msghdr& message, std::array<UniqueFd, kMaxFiles>& files) {
-    size_t count = 0;
-    for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr; header = CMSG_NXTHDR(&message, header)) {
-        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) {
-            continue;
-        }
-        const size_t here = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-        for (size_t i = 0; i < here; ++i) {
-            int fd = -1;
-            memcpy(&fd, CMSG_DATA(header) + i * sizeof(int), sizeof(int));
-            UniqueFd file(fd);
-            if (count < files.size()) {
-                files[count] = std::move(file);
-            }
-            ++count;
+/// What came beside a message's bytes. Every descriptor is closed at the end, whatever became of the message.
+class Attachment {
+public:
+    explicit Attachment(msghdr* message) {
+        message->msg_control = mControl;
+        message->msg_controllen = sizeof(mControl);
+    }
+    ~Attachment() {
+        for (size_t i = 0; i < mCount; ++i) {
+            closeAtOnce(file(i));
         }
     }
-    return count;
-}
+    Attachment(const Attachment&) = delete;
+    Attachment& operator=(const Attachment&) = delete;
+
+    /// After the receive call.
+    void take(msghdr& message) {
+        for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr; header = CMSG_NXTHDR(&message, header)) {
+            if (header->cmsg_level == SOL_SOCKET && header->cmsg_type == SCM_RIGHTS) {
+                mFiles = CMSG_DATA(header);  // the kernel puts all of them into one
+                mCount = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+            }
+        }
+    }
+    [[nodiscard]] size_t count() const { return mCount; }
+    [[nodiscard]] int file(size_t index) const {
+        int fd = -1;
+        memcpy(&fd, mFiles + index * sizeof(int), sizeof(int));
+        return fd;
+    }
+
+private:
+    /// A foreign socket may be set to linger: closing its last descriptor would wait until its peer has read all.
+    static void closeAtOnce(int fd) {
+        const linger none = {0, 0};
+        (void)setsockopt(fd, SOL_SOCKET, SO_LINGER, &none, sizeof(none));
+        close(fd);
+    }
+
+    alignas(cmsghdr) char mControl[CMSG_SPACE(kMaxFiles * sizeof(int))];
+    const unsigned char* mFiles = nullptr;
+    size_t mCount = 0;
+};
 
 }  // namespace
 
@@ -105,7 +127,8 @@ const char* LocalRecver::bindReplacing() {
 void LocalRecver::stop() {
     const int saved = errno;
     mStopped.store(true);
-    // Wakes the listening thread, and lets every later receive return at once: a stop cannot be missed.
+    // On Linux this wakes the listening thread, though nothing is connected, and lets every later receive return at once:
+    // a stop cannot be missed.
     shutdown(mSocket.get(), SHUT_RD);
     errno = saved;
 }
@@ -153,33 +176,33 @@ bool LocalRecver::takeDatagram(size_t length) {
     }
 
     iovec part = {buffer, length};
-    alignas(cmsghdr) char control[CMSG_SPACE(kMaxFiles * sizeof(int))];
     msghdr message = {};
     message.msg_iov = &part;
     message.msg_iovlen = 1;
-    message.msg_control = control;
-    message.msg_controllen = sizeof(control);
+    Attachment attachment(&message);
     const ssize_t received = recvmsg(mSocket.get(), &message, MSG_CMSG_CLOEXEC | MSG_DONTWAIT);
     if (received < 0) {
         return outlive(errno);
     }
-    std::array<UniqueFd, kMaxFiles> files;
-    const size_t file_count = takeFiles(message, files);
-    handOver(buffer, static_cast<size_t>(received), files.data(), file_count, message.msg_flags);
+    attachment.take(message);
+    const size_t file_count = attachment.count();
+    handOver(buffer, static_cast<size_t>(received), file_count == 1 ? attachment.file(0) : -1, file_count,
+             message.msg_flags);
     return true;
 }
 
 bool LocalRecver::dropDatagram(size_t length, const char* reason) {
-    // Without room for descriptors the kernel keeps them to itself.
-    // cppcheck-suppress nullPointer
-    if (recv(mSocket.get(), nullptr, 0, MSG_DONTWAIT) < 0) {
+    msghdr message = {};
+    Attachment attachment(&message);
+    if (recvmsg(mSocket.get(), &message, MSG_CMSG_CLOEXEC | MSG_DONTWAIT) < 0) {
         return outlive(errno);
     }
+    attachment.take(message);
     POS_LOG_WARNING(kTag, "%s: message of %zu bytes dropped: %s", mAddress.path(), length, reason);
     return true;
 }
 
-void LocalRecver::handOver(const char* data, size_t length, const UniqueFd* files, size_t file_count, int flags) {
+void LocalRecver::handOver(const char* data, size_t length, int file, size_t file_count, int flags) {
     const char* reason = nullptr;
     if ((flags & MSG_TRUNC) != 0) {
         reason = "it was longer than announced";
@@ -191,7 +214,7 @@ void LocalRecver::handOver(const char* data, size_t length, const UniqueFd* file
         reason = "a long message is one descriptor and one byte";
     } else {
         SealedMessage message;
-        reason = message.map(files[0].get());
+        reason = message.map(file);
         if (reason == nullptr) {
             mListener->onReceive(message.data(), message.size(), this);
         }

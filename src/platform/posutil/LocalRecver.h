@@ -33,8 +33,8 @@ private:
 
     // Each of these says whether the socket is good for more.
 
-    /// Waits for a message and hands it to the listener, or returns because of stop(). What a message is refused for
-    /// is logged.
+    /// Waits for a message and hands it to the listener; returns as well when stop() was called. What a message is
+    /// refused for is logged.
     bool takeMessage();
     /// @param length the datagram's true length
     bool takeDatagram(size_t length);
@@ -42,7 +42,8 @@ private:
     /// @param errno_value of a failed receive call
     bool outlive(int errno_value);
 
-    void handOver(const char* data, size_t length, const UniqueFd* files, size_t file_count, int flags);
+    /// @param file the descriptor beside the bytes, when there is just one
+    void handOver(const char* data, size_t length, int file, size_t file_count, int flags);
 
     const std::shared_ptr<IPosIpcListener> mListener;
     const SocketAddress mAddress;
