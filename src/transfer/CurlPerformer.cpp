@@ -1,9 +1,11 @@
 #include "transfer/CurlPerformer.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <new>
+#include <thread>
 
 #include "base/Timestamp.h"
 #include "base/log.h"
@@ -28,6 +30,10 @@ using namespace agent_protocol;
 constexpr const char* kStaticTag = "InetAgentService-Static";
 /// From here on a code of "perform failed %d" means that the result has been posted.
 constexpr int kFirstCodeAfterResult = 101;
+/// Of notifyHttpResult: the controller takes no more.
+constexpr int kNotQueued = 12;
+/// The next try comes after it.
+constexpr std::chrono::milliseconds kMemoryShortage{100};
 
 bool isTimeout(CURLcode error) {
     return error == CURLE_OPERATION_TIMEDOUT;
@@ -132,7 +138,9 @@ void CurlPerformer::perform(MqMsgWrapper* job) {
         (void)std::fflush(transferSettings().verboseFile);  // a trace that cannot be written harms no transfer
     }
     mResponse.end();
-    const bool is_answered = result != 0 && result < kFirstCodeAfterResult && transferSettings().replyToRejected;
+    // While it stops, nobody would hear.
+    const bool is_answered =
+        result != 0 && result < kFirstCodeAfterResult && transferSettings().replyToRejected && !mInterrupted;
     if (is_answered) {
         log_warning(mName, kErrorRejectedFormat, result);  // what the client hears
     }
@@ -234,16 +242,23 @@ void CurlPerformer::addResponse(const TransferRequest& request, CardBuilder* res
     log_info(mName, "HTTP response code: %d", static_cast<int>(response_code));
 }
 
-/// Lets the client of a request that ended without a result hear at once, and the controller go on.
+/// Lets the client of a request that ended without a result hear at once, and the controller go on. Until then that
+/// serves nobody: so what fails, which only memory can, is tried again.
 void CurlPerformer::notifyRejection(MqMsgWrapper* job, int code) {
     if (job == nullptr || job->card() == nullptr) {
         return;
     }
     const char* controller_name = mController->getSelfIpcName();
-    const std::unique_ptr<OutPostcard> rejection = rejectionOf(*job->card(), controller_name, code);
-    const int result = rejection == nullptr ? 2 : notifyHttpResult(rejection.get());
-    if (result != 0) {
-        log_error(controller_name, "notifyHttpResult failed %d", result);
+    for (bool again = false; !mInterrupted; again = true) {
+        const std::unique_ptr<OutPostcard> rejection = rejectionOf(*job->card(), controller_name, code);
+        const int result = rejection == nullptr ? 2 : notifyHttpResult(rejection.get());
+        if (result != 0 && !again) {
+            log_error(controller_name, "notifyHttpResult failed %d", result);
+        }
+        if (result == 0 || result == kNotQueued || !isAnswerable(*job->card())) {
+            return;
+        }
+        std::this_thread::sleep_for(kMemoryShortage);
     }
 }
 
@@ -270,7 +285,7 @@ int CurlPerformer::notifyHttpResult(const OutPostcard* result_card) {
     }
     (void)reader.release();  // the message's
     if (!mController->queueMessage(message.get())) {
-        return 12;
+        return kNotQueued;
     }
     (void)message.release();  // the controller's loop has it
     return 0;

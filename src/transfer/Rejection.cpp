@@ -9,12 +9,30 @@
 
 namespace zv_loc_fw {
 
-std::unique_ptr<OutPostcard> rejectionOf(InPostcard& request, const char* controller, int code) {
+namespace {
+
+struct Addressee {
     const char* from = nullptr;
     const char* req = nullptr;
-    int32_t tx_id = envelope::kNoTxId;
-    if (request.getString(envelope::kFrom, &from) != 0 || request.getString(envelope::kReq, &req) != 0 ||
-        request.getInt32(envelope::kTxId, tx_id) != 0) {
+    int32_t txId = envelope::kNoTxId;
+};
+
+bool readAddressee(InPostcard& request, Addressee* addressee) {
+    return request.getString(envelope::kFrom, &addressee->from) == 0 &&
+           request.getString(envelope::kReq, &addressee->req) == 0 &&
+           request.getInt32(envelope::kTxId, addressee->txId) == 0;
+}
+
+}  // namespace
+
+bool isAnswerable(InPostcard& request) {
+    Addressee unused;
+    return readAddressee(request, &unused);
+}
+
+std::unique_ptr<OutPostcard> rejectionOf(InPostcard& request, const char* controller, int code) {
+    Addressee addressee;
+    if (!readAddressee(request, &addressee)) {
         return nullptr;
     }
     const char* to = nullptr;
@@ -27,9 +45,9 @@ std::unique_ptr<OutPostcard> rejectionOf(InPostcard& request, const char* contro
     constexpr int kFailed = 1;  // one code for all: the callers only need to know whether there is a card
     CardBuilder result(kFailed, kFailed);
     result.addString(kFailed, envelope::kFrom, to);
-    result.addString(kFailed, envelope::kTo, from);
-    result.addInt32(kFailed, envelope::kTxId, tx_id);
-    result.addString(kFailed, envelope::kResp, req);
+    result.addString(kFailed, envelope::kTo, addressee.from);
+    result.addInt32(kFailed, envelope::kTxId, addressee.txId);
+    result.addString(kFailed, envelope::kResp, addressee.req);
     result.addBool(kFailed, agent_protocol::kCurlTimeout, false);
     result.addString(kFailed, agent_protocol::kCurlError, text);
     result.addInt32(kFailed, agent_protocol::kHttpRespDataSize, 0);

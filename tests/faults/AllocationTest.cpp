@@ -195,6 +195,16 @@ TEST_F(AllocationTest, ARequestsMemoryFailsOnceAtEachPlace) {
         EXPECT_EQ(sweep(Point::NothrowNew, large), post);
         EXPECT_EQ(sweep(Point::NothrowNew, client.get("agent", server.url("/hello"), 1, -1)), expired);
     }
+    // Rejected by the worker, as it has no URL: the answer comes, if not at the first try.
+    std::vector<std::string> rejected(post.begin(), post.begin() + 9);
+    for (const char* code : {"2", "3", "4", "10", "11"}) {
+        rejected.push_back(std::string("perform failed 10, notifyHttpResult failed ") + code + " -> rejected");
+    }
+    for (auto last = post.end() - 2; last != post.end(); ++last) {
+        rejected.push_back("perform failed 10, " + *last);
+    }
+    transferSettings().replyToRejected = true;
+    EXPECT_EQ(sweep(Point::NothrowNew, client.get("agent", "", 1)), rejected);
 }
 
 TEST_F(AllocationTest, LibcurlsMemoryFailsOnceAtEachPlace) {
