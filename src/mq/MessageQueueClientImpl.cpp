@@ -1,6 +1,7 @@
 #include "mq/MessageQueueClientImpl.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +16,7 @@
 #include "base/AutoLock.h"
 #include "base/ModuleLog.h"
 #include "mq/MqClientIpcListener.h"
+#include "platform/posutil/UniqueFd.h"
 #include "postcard/CardBuilder.h"
 #include "postcard/InPostcard.h"
 #include "postcard/OutPostcard.h"
@@ -52,17 +54,34 @@ Destination destinationOf(const char* path) {
     if (!S_ISLNK(file.st_mode)) {
         return Destination::kThere;
     }
-    if (::access(path, F_OK) != 0) {
-        return Destination::kMissing;
-    }
     char directory[PATH_MAX];
     char target[PATH_MAX];
-    if (::realpath(envelope::kSocketDirectory, directory) == nullptr || ::realpath(path, target) == nullptr) {
+    if (::realpath(path, target) == nullptr) {
+        return errno == ENOENT || errno == ENOTDIR ? Destination::kMissing : Destination::kOutside;
+    }
+    if (::realpath(envelope::kSocketDirectory, directory) == nullptr) {
         return Destination::kOutside;
     }
     const size_t length = std::strlen(directory);
     const bool inside = std::strncmp(target, directory, length) == 0 && std::strrchr(target, '/') == target + length;
     return inside ? Destination::kThere : Destination::kOutside;
+}
+
+/// The rights are for the socket: if it has been replaced by a link meanwhile, not for what that leads to.
+/// @return false, with errno
+bool setSocketMode(const char* path) {
+    const pos_util::UniqueFd file(::open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status {};
+    if (!file.valid() || ::fstat(file.get(), &status) != 0) {
+        return false;
+    }
+    if (!S_ISSOCK(status.st_mode)) {
+        errno = ENOTSOCK;
+        return false;
+    }
+    char itself[32];
+    (void)std::snprintf(itself, sizeof(itself), "/proc/self/fd/%d", file.get());  // fchmod takes no O_PATH
+    return ::chmod(itself, kSocketMode) == 0;
 }
 
 /// Reads a text that must be there. @return 0; `missing` or `null` otherwise
@@ -176,7 +195,7 @@ int MessageQueueClientImpl::processRegisterMessage(InPostcard& request) {
     mListener = std::make_shared<MqClientIpcListener>(this);
     mReceiver = pos_util::PosIpc::getPosIpcLocalRecver(mListener, mOwnPath);
     mStoppable.store(mReceiver.get());
-    if (::chmod(mOwnPath, kSocketMode) != 0) {
+    if (!setSocketMode(mOwnPath)) {
         const int error = errno;
         MODULE_LOG_ERROR(moduleLog, "error setting permission for socket file: %d, [%s]", error, std::strerror(error));
     }
