@@ -42,10 +42,12 @@ void ignoreSigpipe() {
 
 /// A thread that is woken does not take the processor from the one that wakes it. A hand-over wakes before it unlocks, so
 /// otherwise the woken thread, where both share a processor, mostly finds the lock held and has to sleep once more. All
-/// threads to come inherit it; without it everything works the same.
+/// threads to come inherit it; without it everything works the same. Whoever starts the agent may have chosen otherwise.
 void wakeWithoutHaste() {
     const sched_param no_priority{};
-    (void)::sched_setscheduler(0, SCHED_BATCH, &no_priority);
+    if (::sched_getscheduler(0) == SCHED_OTHER) {
+        (void)::sched_setscheduler(0, SCHED_BATCH, &no_priority);
+    }
 }
 
 int serve(const CommandLine& command_line, AgentSettings* settings) {
