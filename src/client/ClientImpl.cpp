@@ -38,11 +38,15 @@ void end(std::int32_t txId, const Pending& pending, Reply reply) {
     pending.callback(std::move(reply));
 }
 
+Reply absentReply(const std::string& controller) {
+    return makeReply(ReplyKind::noSuchParticipant, "there is no participant \"" + controller + "\"");
+}
+
 /// Nothing when somebody listens.
 std::optional<Reply> absence(const std::string& controller) {
     switch (zv_loc_fw::lookUpParticipant(controller)) {
         case ParticipantState::kAbsent:
-            return makeReply(ReplyKind::noSuchParticipant, "there is no participant \"" + controller + "\"");
+            return absentReply(controller);
         case ParticipantState::kStale:
             return makeReply(ReplyKind::staleSocket, "nobody listens on the socket of \"" + controller + "\"");
         case ParticipantState::kLive:
@@ -131,10 +135,8 @@ void Client::Impl::request(const Request& request, Callback callback) {
     }
     // Whether anybody listens on the socket is looked into when it does not take the message.
     if (!zv_loc_fw::hasSocket(request.controller)) {
-        if (std::optional<Reply> absent = absence(request.controller); absent.has_value()) {
-            end(0, pending, std::move(*absent));
-            return;
-        }
+        end(0, pending, absentReply(request.controller));
+        return;
     }
     std::unique_lock lock(mMutex);
     if (mClosed) {
@@ -166,7 +168,7 @@ void Client::Impl::send(const Request& request, std::int32_t txId) {
                   absent.has_value()
                       ? absent->text
                       : "the socket of \"" + request.controller +
-                            "\" did not take the message (it does not read, or this user may not write)");
+                            "\" did not take the message (it does not read or is ending, or this user may not write)");
     }
 }
 

@@ -1,6 +1,8 @@
 #include "Session.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <utility>
 
 #include "Countdown.h"
@@ -128,6 +130,10 @@ ExitCode Session::tryDeliver(const std::string& name, const std::string& bytes, 
         return kOk;
     }
     *reason = lastLogLine();
+    if (reason->find(std::strerror(EPIPE)) != std::string::npos) {
+        *reason = "it is ending";
+        return kNoParticipant;
+    }
     return reason->find("full") != std::string::npos ? kNoReply : kOwnFailure;
 }
 
