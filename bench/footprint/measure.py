@@ -51,7 +51,12 @@ def running(command, environment=None):
         yield pid
     finally:
         os.kill(pid, signal.SIGTERM)
-        os.waitpid(pid, 0)
+        deadline = time.monotonic() + 10
+        while os.waitpid(pid, os.WNOHANG)[0] == 0:
+            time.sleep(0.01)
+            if time.monotonic() > deadline:
+                os.kill(pid, signal.SIGKILL)
+                deadline = float("inf")
 
 
 def sockets_there():
@@ -74,9 +79,12 @@ def activity(pid):
     """Of every thread: name, times that it was put on a processor, ticks of processor time."""
     threads = {}
     for thread in os.listdir(f"/proc/{pid}/task"):
-        status = read(f"/proc/{pid}/task/{thread}/status")
+        try:
+            status = read(f"/proc/{pid}/task/{thread}/status")
+            stat = read(f"/proc/{pid}/task/{thread}/stat").rpartition(")")[2].split()
+        except FileNotFoundError:
+            continue  # it has ended meanwhile
         switches = sum(map(int, re.findall(r"ctxt_switches:\s+(\d+)", status)))
-        stat = read(f"/proc/{pid}/task/{thread}/stat").rpartition(")")[2].split()
         threads[thread] = (re.search(r"Name:\s+(.*)", status)[1], switches, int(stat[11]) + int(stat[12]))
     return threads
 

@@ -12,7 +12,7 @@ namespace chaos {
 /// What the agent's process holds.
 struct Vitals {
     size_t anonymousKiB = 0;
-    /// Descriptors without TCP sockets, and those.
+    /// Descriptors but sockets that are not local, and those.
     size_t files = 0;
     size_t connections = 0;
 
