@@ -100,6 +100,10 @@ TEST_F(TransferTest, FailedTransferIsAResult) {
         HttpServer::Tls{mAuthority.issueServer({"127.0.0.1"}, CertificateAuthority::Validity::Expired)});
     const HttpServer misnamed(HttpServer::Tls{mAuthority.issueServer({"elsewhere.test"})});
     const RawServer hasty([](RawConnection& connection) { connection.reset(); });  // before it knows of any request
+    const RawServer busy([](RawConnection& connection) {
+        (void)connection.sleep(200);  // by then the client can send no more
+        connection.reset();
+    });
     const auto redirect = [&](const std::string& to) { return mHttp.url("/redirect?to=" + to); };
     struct {
         std::string url;
@@ -131,6 +135,8 @@ TEST_F(TransferTest, FailedTransferIsAResult) {
             const Card request = get(failure.url, controller);
             expectFailed(mClient.exchange(request), request, false, failure.error, failure.size);
         }
+        const Card upload = mClient.post(controller, busy.url(), std::string(32 << 20, 'u'), 1);
+        expectFailed(mClient.exchange(upload), upload, false, "failure");
         // None of it harms the next.
         expectResult(get(mHttps.url("/hello"), controller), 200, "hello\n");
     }
@@ -153,7 +159,7 @@ TEST_F(TransferTest, BrokenAnswerIsAFailureOrATimeout) {
         {ten_bytes + "0123", "reset by peer", kReset, 4},
         {ok + "Content-Length: -1\r\n\r\n", "Content-Length", kClose},
         {ok + "Transfer-Encoding: chunked\r\n\r\nzz\r\n", "chunk", kClose},
-        {ok + "X: " + std::string(1000, 'x') + "\r\n", "", kRepeat},
+        {ok + "X: " + std::string(1000, 'x') + "\r\n", "headers", kRepeat},
         {"", "timed out", kStall},
         {ok + "X", "timed out", kStall},
         {ten_bytes + "0123", "timed out", kStall, 4},
@@ -172,8 +178,7 @@ TEST_F(TransferTest, BrokenAnswerIsAFailureOrATimeout) {
             return;
         }
         connection.sendAll(answer.bytes);
-        for (int i = 0; answer.end == kRepeat && i < 2000; ++i) {
-            connection.sendAll(answer.bytes.substr(ok.size()));
+        while (answer.end == kRepeat && connection.sendAll(answer.bytes.substr(ok.size()))) {
         }
         if (answer.end == kReset) {
             connection.reset();
