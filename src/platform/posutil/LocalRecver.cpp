@@ -192,7 +192,11 @@ bool LocalRecver::takeDatagram(size_t length) {
 }
 
 bool LocalRecver::dropDatagram(size_t length, const char* reason) {
+    char first = 0;
+    iovec part = {&first, sizeof(first)};
     msghdr message = {};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
     Attachment attachment(&message);
     if (recvmsg(mSocket.get(), &message, MSG_CMSG_CLOEXEC | MSG_DONTWAIT) < 0) {
         return outlive(errno);
