@@ -69,10 +69,9 @@ def read(path):
 
 
 def memory(pid):
-    """KiB that belong to this process alone: all of it, and of that what no file holds."""
+    """KiB that belong to this process alone: what only its end gives back, and pages of files that nobody else maps now."""
     sizes = dict(re.findall(r"^(\w+): +(\d+) kB", read(f"/proc/{pid}/smaps_rollup"), re.M))
-    anonymous = re.search(r"RssAnon:\s+(\d+)", read(f"/proc/{pid}/status"))[1]
-    return int(sizes["Private_Clean"]) + int(sizes["Private_Dirty"]), int(anonymous)
+    return int(sizes["Private_Dirty"]), int(sizes["Private_Clean"])
 
 
 def activity(pid):
@@ -129,14 +128,14 @@ def measure_idle(agent, empty, seconds, with_peers):
         settled(ours)
         before = {pid: activity(pid) for pid in processes.values()}
         time.sleep(seconds)
-        print(f"| idle for {seconds} s | private memory | of it without a file | threads | wake-ups | processor time |\n"
+        print(f"| idle for {seconds} s | private memory | clean pages of files beside it | threads | wake-ups | processor time |\n"
               "|---|--:|--:|--:|--:|--:|")
         for name, pid in processes.items():
             after = activity(pid)
             new = ("", 0, 0)
             woken, ticks = (sum(now[i] - before[pid].get(thread, new)[i] for thread, now in after.items()) for i in (1, 2))
-            private, anonymous = memory(pid)
-            print(f"| {name} | {private / 1024:.2f} MiB | {anonymous / 1024:.2f} MiB | {len(after)} | {woken} | "
+            private, clean = memory(pid)
+            print(f"| {name} | {private / 1024:.2f} MiB | {clean / 1024:.2f} MiB | {len(after)} | {woken} | "
                   f"{ticks * 1000 // os.sysconf('SC_CLK_TCK')} ms |")
             if pid == ours:
                 judge(private <= 2048, "private memory of at most 2 MiB")
