@@ -10,8 +10,6 @@ namespace bench {
 
 namespace {
 
-constexpr std::size_t kRunLength = 1000;
-
 /// The first byte says whether it wants an answer.
 using Message = std::array<char, 200>;
 
@@ -33,16 +31,7 @@ public:
         mEnd = make(path, false);
     }
     std::vector<double> run(std::size_t n) override {
-        std::vector<double> took = timed(n, [this] {
-            for (std::size_t i = 1; i < batch(); ++i) {
-                exchange(false);
-            }
-            exchange(true);
-        });
-        for (double& one : took) {
-            one /= static_cast<double>(batch());
-        }
-        return took;
+        return timedRuns(n, batch(), [this](bool last) { exchange(last); });
     }
     [[nodiscard]] std::size_t batch() const override { return mOneWay ? kRunLength : 1; }
     [[nodiscard]] std::vector<pid_t> servants() const override { return {mEcho.pid()}; }

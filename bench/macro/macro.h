@@ -94,6 +94,12 @@ ExchangeRow gettingRow(std::string subject, std::vector<std::string> tables, Mak
 /// What `work` took, n times.
 std::vector<double> timed(std::size_t n, const std::function<void()>& work);
 
+/// Messages in one direction that make one time; the last of them is confirmed.
+inline constexpr std::size_t kRunLength = 1000;
+
+/// What a message took, n times so many in a row.
+std::vector<double> timedRuns(std::size_t n, std::size_t length, const std::function<void(bool last)>& send);
+
 /// Has looked at the first byte of every page.
 void touch(const void* data, std::size_t size);
 

@@ -228,6 +228,19 @@ std::vector<double> timed(std::size_t n, const std::function<void()>& work) {
     return took;
 }
 
+std::vector<double> timedRuns(std::size_t n, std::size_t length, const std::function<void(bool last)>& send) {
+    std::vector<double> took = timed(n, [&] {
+        for (std::size_t i = 1; i < length; ++i) {
+            send(false);
+        }
+        send(true);
+    });
+    for (double& one : took) {
+        one /= static_cast<double>(length);
+    }
+    return took;
+}
+
 void touch(const void* data, std::size_t size) {
     constexpr std::size_t kPage = 4096;
     const auto* const bytes = static_cast<const volatile char*>(data);

@@ -26,8 +26,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kMessageSize = 200;
-/// Of a run in one direction; only the last one is confirmed.
-constexpr int kRunLength = 1000;
 
 double nanosecondsSince(Clock::time_point start) {
     return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
@@ -184,7 +182,7 @@ public:
 private:
     void begin() {
         mStart = Clock::now();
-        for (int i = 1; mOneWay && i < kRunLength; ++i) {
+        for (std::size_t i = 1; i < batch(); ++i) {
             send(kEchoName, zv_loc_fw::envelope::kReq, 0);
         }
         send(kEchoName, zv_loc_fw::envelope::kReq, 1);
@@ -196,7 +194,7 @@ private:
             return 0;
         }
         const std::lock_guard lock(mMutex);
-        mTook.push_back(nanosecondsSince(mStart) / (mOneWay ? kRunLength : 1));
+        mTook.push_back(nanosecondsSince(mStart) / static_cast<double>(batch()));
         if (mTook.size() < mWanted) {
             begin();
         } else {

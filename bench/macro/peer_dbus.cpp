@@ -148,23 +148,12 @@ private:
     bool mInFile;
 };
 
-constexpr std::size_t kRunLength = 1000;
-
 class EchoOverBus : public Work {
 public:
     EchoOverBus(std::unique_ptr<Bus> bus, const Stage& stage, bool oneWay)
         : mService(std::move(bus), stage), mOneWay(oneWay) {}
     std::vector<double> run(std::size_t n) override {
-        std::vector<double> took = timed(n, [this] {
-            for (std::size_t i = 1; i < batch(); ++i) {
-                send(false);
-            }
-            send(true);
-        });
-        for (double& one : took) {
-            one /= static_cast<double>(batch());
-        }
-        return took;
+        return timedRuns(n, batch(), [this](bool last) { send(last); });
     }
     [[nodiscard]] std::size_t batch() const override { return mOneWay ? kRunLength : 1; }
     [[nodiscard]] std::vector<pid_t> servants() const override { return mService.servants(); }
