@@ -54,7 +54,7 @@ enum class ReplyKind {
     noReplyInTime,      ///< nothing came from the agent; it may be out of service (docs/troubleshooting.md)
     noSuchParticipant,  ///< there is no socket of the controller's name: the agent is not running; nothing was sent
     staleSocket,        ///< there is one, and nobody listens on it: the agent has died; nothing was sent
-    notDelivered,       ///< the controller's socket did not take it (it does not read, or no permission): see text
+    notDelivered,       ///< the controller's socket did not take it (not read, ending, or no permission): see text
     refused,            ///< not sent, because it would harm the agent or could not arrive as it stands: see text
     closed,             ///< the client was destroyed while the request was in flight
 };
