@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -162,7 +163,10 @@ bool waitForSocket(const std::string& name) {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
     bool there = false;
     while (!there && std::chrono::steady_clock::now() < deadline) {
-        there = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+        struct stat file {};
+        // Whoever makes a socket gives it its rights after its name.
+        there = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 &&
+                stat(address.sun_path, &file) == 0 && (file.st_mode & ACCESSPERMS) == (S_IRWXU | S_IRWXG);
         std::this_thread::sleep_for(std::chrono::milliseconds(there ? 0 : 5));
     }
     close(fd);
