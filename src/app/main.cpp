@@ -11,6 +11,7 @@
 #include "app/CommandLine.h"
 #include "app/StopSignals.h"
 #include "base/log.h"
+#include "platform/HeapPages.h"
 #include "platform/Minijail.h"
 #include "platform/posutil/pos_conf.h"
 #include "transfer/TlsFiles.h"
@@ -83,6 +84,7 @@ int main(int argc, char** argv) {
     using namespace zv_loc_fw;
     StopSignals::block();
     wakeWithoutHaste();
+    platform::keepFreePages();
     ::umask(S_IRWXG | S_IRWXO);  // trace and archive may hold secrets
     android::SetUpMinijail(kBasePolicy, kAgentPolicy);
     const CommandLine command_line = parseCommandLine(argc, argv);

@@ -51,7 +51,8 @@ InetControllerBase::InetControllerBase(const char* name, const char* queue_name,
                                        const char* config_path)
     : MqClientControllerBase(name, queue_name, server_socket, config_path),
       mControllerName(name),
-      mJobQueue(name, this) {}
+      mJobQueue(name, this),
+      mHeapTrim(this) {}
 
 InetControllerBase::~InetControllerBase() {
     (void)InetControllerBase::_shutdown();
@@ -103,6 +104,9 @@ int InetControllerBase::processSteps(std::unique_ptr<MqMsgWrapper>& message) {
         return 2;
     }
     InPostcard& card = *message->card();
+    if (const InMemoryStream* bytes = card.getBuffer(); bytes != nullptr) {
+        mHeapTrim.notice(bytes->getCapacity());
+    }
     const char* from = nullptr;
     if (card.getString(envelope::kFrom, &from) != 0) {
         return 3;

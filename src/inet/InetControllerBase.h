@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "inet/HeapTrim.h"
 #include "inet/InetControllerJobQueue.h"
 #include "mq/MqClientControllerBase.h"
 
@@ -84,6 +85,7 @@ private:
     std::unique_ptr<CurlPerformer> mWorker;
     std::unique_ptr<ThreadImpl> mWorkerThread;
     InetControllerJobQueue mJobQueue;
+    HeapTrim mHeapTrim;
     std::unique_ptr<InPostcard> mActiveRequestHeader;
 };
 

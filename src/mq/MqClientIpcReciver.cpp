@@ -10,6 +10,7 @@
 #include "mq/Envelope.h"
 #include "mq/MessageQueueClientImpl.h"
 #include "mq/MqMsgWrapper.h"
+#include "platform/HeapPages.h"
 #include "postcard/CardBuilder.h"
 #include "postcard/InPostcard.h"
 #include "postcard/OutPostcard.h"
@@ -62,12 +63,17 @@ int MqClientIpcReciver::registerName(const char* controller_name, const char* ip
 }
 
 int MqClientIpcReciver::newMsg(InMemoryStream* stream) {
+    const size_t size = stream != nullptr ? stream->getCapacity() : 0;
     InPostcard* raw_card = nullptr;
     bool kill = false;
     const int result = readMessage(stream, &raw_card, &kill);
     std::unique_ptr<InPostcard> card(raw_card);
     if (result != 0) {
         log_error(mName, "newMsg error %d", result);
+        card.reset();
+        if (size > platform::kLargeBlock) {
+            platform::returnFreePages();  // the loop, which does so otherwise, never hears of it
+        }
         return 0;
     }
     const int answer = kill ? kKillRequested : 0;

@@ -1,4 +1,5 @@
 #include <atomic>
+#include <thread>
 
 #include "e2e/E2eTest.h"
 #include "support/CertificateAuthority.h"
@@ -235,6 +236,33 @@ TEST_F(TransferTest, LargeBodiesArriveWholeBothWays) {
         expectResult(get(mHttp.url("/bytes/" + std::to_string(size)), kTdpDl), 200, body);
         expectResult(post(mHttps.url("/echo"), body, kTdpDl), 200, body);
     }
+}
+
+TEST_F(TransferTest, MemoryOfLargeBodiesGoesBackWhenTheyHaveEnded) {
+    if (kSlowed) {
+        GTEST_SKIP() << "sanitizers and emulators have memory of their own";
+    }
+    start();
+    const size_t limit = agent().anonymousKiB() + 2300;
+    const auto expect_given_back = [&] {
+        for (int i = 0; i < 500 && agent().anonymousKiB() > limit; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        EXPECT_LE(agent().anonymousKiB(), limit);
+    };
+    for (const size_t size : {200'000, 1 << 20, 3 << 20, 7 << 20, 16 << 20}) {
+        for (const char* controller : {kCs, kTdpDl}) {
+            const Card request = get(mHttp.url("/bytes/" + std::to_string(size)), controller);
+            EXPECT_EQ(mClient.exchange(request).value_or(Card()).getInt32("HTTP-RESP-DATA-SIZE"), size);
+        }
+    }
+    expect_given_back();
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));  // until neither controller is about to do so again
+    // What does not say whom it is from goes no further than the receiver.
+    const Card refused = Card().string("REQ", "START-GET").blob("POST-DATA", std::string(6 << 20, 'b'));
+    ASSERT_EQ(mClient.send(kCs, refused.encode()), 0);
+    EXPECT_TRUE(agent().waitForLine("newMsg error 4"));
+    expect_given_back();
 }
 
 TEST_F(TransferTest, DeviceCertificateIsForPostsToTheServiceHost) {

@@ -15,10 +15,10 @@ compare() {
 }
 
 cmake=$(printf '%s\n' "$@" | grep -v '^src/platform/\(workstation\|device\)/')
-device=$'src/platform/device/AndroidLog.cpp\nsrc/platform/device/NoMinijail.cpp'
+shipped=$'src/platform/device/AndroidLog.cpp\nsrc/platform/device/HeapPages.cpp'
 compare "files of src/ in CMake's lists" "$(find src -name '*.cpp' -not -path 'src/platform/workstation/*')" \
-    "$cmake"$'\n'"$device"
-compare "CMake's files in Android.bp" "$cmake"$'\n'"src/platform/device/AndroidLog.cpp" \
+    "$cmake"$'\n'"$shipped"$'\nsrc/platform/device/NoMinijail.cpp'
+compare "CMake's files in Android.bp" "$cmake"$'\n'"$shipped" \
     "$(grep -o 'src/[^"*]*\.cpp",$' Android.bp | tr -d '",')"
 while read -r file; do
     [[ -e $file ]] || { echo "Android.bp names $file, which is not there" >&2; failed=1; }

@@ -13,7 +13,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <ostream>
+#include <string_view>
 
 #include "support/DeviceFiles.h"
 
@@ -153,6 +155,17 @@ bool AgentProcess::waitForLine(const std::string& part, size_t times) const {
 size_t AgentProcess::descriptorCount() const {
     const std::filesystem::directory_iterator directory("/proc/" + std::to_string(mPid) + "/fd");
     return static_cast<size_t>(std::distance(begin(directory), end(directory)));
+}
+
+size_t AgentProcess::anonymousKiB() const {
+    std::ifstream status("/proc/" + std::to_string(mPid) + "/status");
+    constexpr std::string_view kName = "RssAnon:";
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(kName)) {
+            return std::stoul(line.substr(kName.size()));
+        }
+    }
+    return 0;
 }
 
 bool waitForSocket(const std::string& name) {

@@ -54,6 +54,8 @@ public:
 
     /// Descriptors that the process has open.
     [[nodiscard]] size_t descriptorCount() const;
+    /// Memory that it has from the kernel and no file stands behind.
+    [[nodiscard]] size_t anonymousKiB() const;
 
 private:
     void keep(std::vector<std::string> command);
@@ -68,7 +70,7 @@ private:
     std::thread mKeeper;
 };
 
-/// Waits until a participant's socket exists in the device's socket directory and takes a connection; false after 30
+/// Waits until a participant's socket exists in the device's socket directory, takes a connection and has its rights; false after 30
 /// seconds.
 [[nodiscard]] bool waitForSocket(const std::string& name);
 

@@ -197,9 +197,7 @@ int run(const Options& options) {
     // A hundred connections and sockets, some of them twice for a moment.
     const rlimit files{4096, 4096};
     (void)setrlimit(RLIMIT_NOFILE, &files);
-    // What is free shall be seen to be: the agent's heap and the sanitizer give it back. Before any thread.
-    (void)setenv("MALLOC_TRIM_THRESHOLD_", "65536", 1);
-    (void)setenv("MALLOC_MMAP_THRESHOLD_", "65536", 1);
+    // What is free shall be seen to be: the sanitizer, too, gives it back. Before any thread.
     (void)setenv("ASAN_OPTIONS", "quarantine_size_mb=8:detect_leaks=1", 1);
     std::vector<bool> keys;
     for (const bool replies : {false, true}) {
