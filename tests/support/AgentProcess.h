@@ -70,8 +70,8 @@ private:
     std::thread mKeeper;
 };
 
-/// Waits until a participant's socket exists in the device's socket directory, takes a connection and has its rights; false after 30
-/// seconds.
+/// Waits until a participant's socket exists in the device's socket directory, takes a connection and has its rights;
+/// false after 30 seconds.
 [[nodiscard]] bool waitForSocket(const std::string& name);
 
 }  // namespace test_support
