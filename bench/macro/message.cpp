@@ -1,7 +1,5 @@
 // Messages between two processes: bare datagrams, and ours from card to card.
 
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
@@ -11,7 +9,7 @@
 #include <mutex>
 #include <thread>
 
-#include "macro/bytes_echo.h"
+#include "macro/datagram.h"
 #include "mq/Envelope.h"
 #include "mq/MessageQueueClientImpl.h"
 #include "mq/MessageQueueServiceCallback.h"
@@ -30,45 +28,6 @@ constexpr std::size_t kMessageSize = 200;
 double nanosecondsSince(Clock::time_point start) {
     return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
 }
-
-/// Each end is bound, and addresses the other by its path on every send, as participants do.
-class DatagramEnd : public BytesEnd {
-public:
-    DatagramEnd(const std::string& path, bool server)
-        : mSocket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
-          mOwn(addressOf(server ? path : path + "-client")),
-          mOther(addressOf(server ? path + "-client" : path)) {
-        (void)::unlink(mOwn.sun_path);
-        const timeval patience{kEchoPatienceMs / 1000, 0};
-        if (::bind(mSocket, reinterpret_cast<const sockaddr*>(&mOwn), sizeof(mOwn)) != 0 ||
-            ::setsockopt(mSocket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience)) != 0) {
-            die("no socket at " + path);
-        }
-    }
-    ~DatagramEnd() override {
-        (void)::unlink(mOwn.sun_path);
-        (void)::close(mSocket);
-    }
-    DatagramEnd(const DatagramEnd&) = delete;
-    DatagramEnd& operator=(const DatagramEnd&) = delete;
-
-    bool send(const char* data, std::size_t size) override {
-        return ::sendto(mSocket, data, size, 0, reinterpret_cast<const sockaddr*>(&mOther), sizeof(mOther)) >= 0;
-    }
-    bool receive(char* data, std::size_t size) override { return ::recv(mSocket, data, size, 0) > 0; }
-
-private:
-    static sockaddr_un addressOf(const std::string& path) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        (void)std::snprintf(address.sun_path, sizeof(address.sun_path), "%s", path.c_str());
-        return address;
-    }
-
-    int mSocket;
-    sockaddr_un mOwn;
-    sockaddr_un mOther;
-};
 
 constexpr const char* kEchoName = "bench-echo";
 constexpr const char* kClientName = "bench-client";
@@ -215,7 +174,7 @@ private:
 
 ExchangeRow datagramRow() {
     ExchangeRow row = bytesRow("datagram by path", [](const std::string& path, bool server) {
-        return std::make_unique<DatagramEnd>(path, server);
+        return std::make_unique<DatagramEnd>(path, server, false);
     });
     row.tables.emplace_back("reply/refused");
     return row;
@@ -223,6 +182,9 @@ ExchangeRow datagramRow() {
 
 const RegisterExchange kRows[] = {
     RegisterExchange(datagramRow()),
+    RegisterExchange(bytesRow(
+        "the same, file and length looked at",
+        [](const std::string& path, bool server) { return std::make_unique<DatagramEnd>(path, server, true); })),
     RegisterExchange(ExchangeRow{kAgent,
                                  {"message/round-trip", "message/one-way"},
                                  [](const Stage& /*stage*/, const std::string& table, std::string* /*why*/) {
