@@ -100,6 +100,13 @@ public:
             die("the bare hand-overs do not come up");
         }
     }
+    ~BareHandOvers() override {
+        mService.stop();
+        (void)::unlink(mPath.c_str());  // or the next would be taken for up already
+    }
+    BareHandOvers(const BareHandOvers&) = delete;
+    BareHandOvers& operator=(const BareHandOvers&) = delete;
+
     std::size_t get(const std::string& url) override {
         const bool sent = mEnd.send(url.data(), url.size());
         const std::size_t size = sent ? mEnd.take(mBuffer.data(), mBuffer.size()) : 0;
