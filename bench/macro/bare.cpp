@@ -57,7 +57,9 @@ private:
     std::deque<Item> mItems;
 };
 
-[[noreturn]] void serve(const std::string& path, const std::string& caFile) {
+constexpr const char* kServiceRole = "bare-hand-overs";
+
+void serve(const std::string& path, const std::string& caFile) {
     const sched_param no_priority{};
     (void)::sched_setscheduler(0, SCHED_BATCH, &no_priority);  // as the agent
     DatagramEnd end(path, true, true);
@@ -94,7 +96,7 @@ class BareHandOvers : public Getter {
 public:
     explicit BareHandOvers(const Stage& stage)
         : mPath(stage.directory + "/bare"),
-          mService(Process::run([&] { serve(mPath, stage.caFile); })),
+          mService(Process::as(kServiceRole, {mPath, stage.caFile})),
           mEnd(mPath, false, false) {
         if (!waitFor(&mService, [this] { return ::access(mPath.c_str(), F_OK) == 0; })) {
             die("the bare hand-overs do not come up");
@@ -123,6 +125,9 @@ private:
     DatagramEnd mEnd;
     std::array<char, 65536> mBuffer{};
 };
+
+const RegisterRole kRole(kServiceRole,
+                         [](const std::vector<std::string>& arguments) { serve(arguments.at(0), arguments.at(1)); });
 
 const RegisterExchange kRow(gettingRow("bare hand-overs", kSmall, [](const Stage& stage, std::string* /*why*/) {
     return std::make_unique<BareHandOvers>(stage);

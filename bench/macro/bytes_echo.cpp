@@ -13,6 +13,8 @@ namespace {
 /// The first byte says whether it wants an answer.
 using Message = std::array<char, 200>;
 
+constexpr const char* kEchoRole = "echo";
+
 std::map<std::string, MakeEnd>& makers() {
     static std::map<std::string, MakeEnd> all;
     return all;
@@ -23,8 +25,7 @@ public:
     BytesEcho(const std::string& subject, const std::string& path, bool oneWay) : mOneWay(oneWay) {
         const MakeEnd& make = makers().at(subject);
         (void)::unlink(path.c_str());
-        // This program anew: some of the libraries do not survive a fork.
-        mEcho = Process::start({"/proc/self/exe", kEchoOption, subject, path});
+        mEcho = Process::as(kEchoRole, {subject, path});
         if (!waitFor(&mEcho, [&] { return ::access(path.c_str(), F_OK) == 0; })) {
             die("the echo does not come up");
         }
@@ -51,17 +52,18 @@ private:
     std::unique_ptr<BytesEnd> mEnd;
 };
 
-}  // namespace
-
-void echoBytes(const std::string& subject, const std::string& path) {
-    const std::unique_ptr<BytesEnd> end = makers().at(subject)(path, true);
+/// @param arguments subject, path
+const RegisterRole kRole(kEchoRole, [](const std::vector<std::string>& arguments) {
+    const std::unique_ptr<BytesEnd> end = makers().at(arguments.at(0))(arguments.at(1), true);
     Message message{};
     for (;;) {
         if (end->receive(message.data(), message.size()) && message[0] != 0) {
             (void)end->send(message.data(), message.size());
         }
     }
-}
+});
+
+}  // namespace
 
 ExchangeRow bytesRow(const std::string& subject, MakeEnd make) {
     makers()[subject] = std::move(make);

@@ -26,8 +26,4 @@ using MakeEnd = std::function<std::unique_ptr<BytesEnd>(const std::string& path,
 /// A row of both message tables: 200 bytes to an echo in another process, or there alone.
 ExchangeRow bytesRow(const std::string& subject, MakeEnd make);
 
-/// What the other process does: kEchoOption SUBJECT PATH.
-inline constexpr const char* kEchoOption = "--echo";
-[[noreturn]] void echoBytes(const std::string& subject, const std::string& path);
-
 }  // namespace bench

@@ -18,8 +18,8 @@
 #include <thread>
 #include <utility>
 
-#include "macro/bytes_echo.h"
 #include "macro/compare.h"
+#include "macro/process.h"
 #include "support/CertificateAuthority.h"
 #include "support/files.h"
 
@@ -28,6 +28,8 @@ namespace bench {
 namespace {
 
 constexpr const char* kDirectory = "/data/bench";
+constexpr const char* kCertificateFile = "/data/bench/origin.pem";
+constexpr const char* kKeyFile = "/data/bench/origin.key";
 constexpr const char* kAgentCaFile = "/vendor/etc/cacert_location.pem";
 constexpr const char* kSystemCaFile = "/etc/ssl/certs/ca-certificates.crt";
 constexpr std::size_t kQuickDivisor = 8;
@@ -103,8 +105,9 @@ std::vector<const ExchangeRow*> rowsOf(const ExchangeTable& table) {
 }
 
 int main(int argc, char** argv) {
-    if (argc == 4 && std::string_view(argv[1]) == kEchoOption) {
-        echoBytes(argv[2], argv[3]);
+    if (argc > 1 && std::string_view(argv[1]) == kRoleOption) {
+        (void)curl_global_init(CURL_GLOBAL_ALL);
+        play({argv + 2, argv + argc});
     }
     Options options;
     if (!parse(argc, argv, &options)) {
@@ -149,7 +152,9 @@ int main(int argc, char** argv) {
     void* const volatile block = std::malloc(kLargestKept);  // volatile: else it is left out
     std::free(block);
 
-    Origin origin(certificate.certificatePem, certificate.keyPem);
+    test_support::writeFile(kCertificateFile, certificate.certificatePem);
+    test_support::writeFile(kKeyFile, certificate.keyPem);
+    Origin origin(kCertificateFile, kKeyFile);
     const Stage stage{origin, options.agent, kDirectory, kAgentCaFile, options.quick};
     for (const ExchangeTable& table : all<ExchangeTable>()) {
         if (wanted(table.id, options)) {

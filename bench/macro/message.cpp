@@ -29,6 +29,7 @@ double nanosecondsSince(Clock::time_point start) {
     return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
 }
 
+constexpr const char* kEchoRole = "card-echo";
 constexpr const char* kEchoName = "bench-echo";
 constexpr const char* kClientName = "bench-client";
 constexpr const char* kPayload = "PAYLOAD";
@@ -102,11 +103,7 @@ public:
 class Cards : public Work, private Card {
 public:
     explicit Cards(bool oneWay) : mOneWay(oneWay) {
-        mEcho = Process::run([] {
-            Echo echo;
-            echo.registerAs(kEchoName);
-            echo.listen();
-        });
+        mEcho = Process::as(kEchoRole, {});
         const std::string path = std::string(zv_loc_fw::envelope::kSocketDirectory) + kEchoName;
         if (!waitFor(&mEcho, [&] { return ::access(path.c_str(), F_OK) == 0; })) {
             die("the echo does not come up");
@@ -179,6 +176,12 @@ ExchangeRow datagramRow() {
     row.tables.emplace_back("reply/refused");
     return row;
 }
+
+const RegisterRole kRole(kEchoRole, [](const std::vector<std::string>& /*arguments*/) {
+    Echo echo;
+    echo.registerAs(kEchoName);
+    echo.listen();
+});
 
 const RegisterExchange kRows[] = {
     RegisterExchange(datagramRow()),

@@ -1,8 +1,8 @@
 #include "macro/origin.h"
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <signal.h>
 #include <sys/eventfd.h>
@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
@@ -138,35 +139,40 @@ int listenOn(int* port) {
 }
 
 /// The context lives as long as the process.
-SSL_CTX* makeContext(const std::string& certificate, const std::string& key) {
+SSL_CTX* makeContext(const std::string& certificateFile, const std::string& keyFile) {
     SSL_CTX* const context = SSL_CTX_new(TLS_server_method());
-    BIO* const certificate_text = BIO_new_mem_buf(certificate.data(), static_cast<int>(certificate.size()));
-    BIO* const key_text = BIO_new_mem_buf(key.data(), static_cast<int>(key.size()));
-    X509* const parsed_certificate = PEM_read_bio_X509(certificate_text, nullptr, nullptr, nullptr);
-    EVP_PKEY* const parsed_key = PEM_read_bio_PrivateKey(key_text, nullptr, nullptr, nullptr);
-    if (SSL_CTX_use_certificate(context, parsed_certificate) != 1 || SSL_CTX_use_PrivateKey(context, parsed_key) != 1) {
+    if (SSL_CTX_use_certificate_file(context, certificateFile.c_str(), SSL_FILETYPE_PEM) != 1 ||
+        SSL_CTX_use_PrivateKey_file(context, keyFile.c_str(), SSL_FILETYPE_PEM) != 1) {
         die("the origin's certificate is of no use");
     }
-    X509_free(parsed_certificate);
-    EVP_PKEY_free(parsed_key);
-    BIO_free(certificate_text);
-    BIO_free(key_text);
     return context;
 }
 
+constexpr const char* kRole = "origin";
+
+/// @param arguments descriptors: listening for HTTP, for HTTPS, and that of release(); the certificate's and the key's file
+const RegisterRole kOriginRole(kRole, [](const std::vector<std::string>& arguments) {
+    (void)::signal(SIGPIPE, SIG_IGN);
+    const int release = std::stoi(arguments.at(2));
+    std::thread(acceptAll, std::stoi(arguments.at(0)), nullptr, release).detach();
+    acceptAll(std::stoi(arguments.at(1)), makeContext(arguments.at(3), arguments.at(4)), release);
+});
+
 }  // namespace
 
-Origin::Origin(const std::string& certificate, const std::string& key)
+Origin::Origin(const std::string& certificateFile, const std::string& keyFile)
     : mRelease(::eventfd(0, EFD_CLOEXEC | EFD_SEMAPHORE)) {
-    const int http = listenOn(&mHttpPort);
-    const int https = listenOn(&mHttpsPort);
-    mProcess = Process::run([&] {
-        (void)::signal(SIGPIPE, SIG_IGN);
-        std::thread(acceptAll, http, nullptr, mRelease).detach();
-        acceptAll(https, makeContext(certificate, key), mRelease);
-    });
-    (void)::close(http);
-    (void)::close(https);
+    const std::array<int, 3> inherited = {listenOn(&mHttpPort), listenOn(&mHttpsPort), mRelease};
+    mProcess = Process::as(kRole,
+                           {std::to_string(inherited[0]), std::to_string(inherited[1]), std::to_string(inherited[2]),
+                            certificateFile, keyFile},
+                           [&] {
+                               for (const int descriptor : inherited) {
+                                   (void)::fcntl(descriptor, F_SETFD, 0);
+                               }
+                           });
+    (void)::close(inherited[0]);
+    (void)::close(inherited[1]);
 }
 
 Origin::~Origin() {

@@ -12,8 +12,8 @@ namespace bench {
 ///   /held      200 bytes, as soon as release() has been called
 class Origin {
 public:
-    /// @param certificate, key as PEM texts
-    Origin(const std::string& certificate, const std::string& key);
+    /// @param certificateFile, keyFile as PEM texts
+    Origin(const std::string& certificateFile, const std::string& keyFile);
     ~Origin();
     Origin(const Origin&) = delete;
     Origin& operator=(const Origin&) = delete;

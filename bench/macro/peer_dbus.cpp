@@ -83,16 +83,21 @@ constexpr sd_bus_vtable kMethods[] = {
     SD_BUS_VTABLE_END,
 };
 
+constexpr const char* kServiceRole = "service";
+
+/// @param arguments the bus's address, the file of authorities
+const RegisterRole kRole(kServiceRole, [](const std::vector<std::string>& arguments) {
+    Libcurl curl;
+    curl.trust(arguments.at(1));
+    serveOn(arguments.at(0), kMethods, &curl);
+});
+
 /// A bus, the service on it, and this process's connection.
 class Service {
 public:
     Service(std::unique_ptr<Bus> bus, const Stage& stage)
         : mBus(std::move(bus)),
-          mService(Process::run([&] {
-              Libcurl curl;
-              curl.trust(stage.caFile);
-              serveOn(mBus->address(), kMethods, &curl);
-          })),
+          mService(Process::as(kServiceRole, {mBus->address(), stage.caFile})),
           mConnection(connectTo(mBus->address())) {
         awaitService(connection(), &mService);
     }

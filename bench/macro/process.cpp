@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <thread>
 #include <utility>
@@ -41,6 +42,11 @@ void settle(pid_t parent) {
     (void)::dup2(nowhere, STDIN_FILENO);
     (void)::dup2(nowhere, STDOUT_FILENO);
     (void)::close(nowhere);
+}
+
+std::map<std::string, Role>& roles() {
+    static std::map<std::string, Role> all;
+    return all;
 }
 
 std::vector<pid_t> threadsOf(pid_t pid) {
@@ -88,7 +94,14 @@ Process& Process::operator=(Process&& other) noexcept {
 }
 
 Process Process::start(const std::vector<std::string>& command, const std::function<void()>& prepare) {
-    return run([&] {
+    (void)std::fflush(stdout);
+    const pid_t parent = ::getpid();
+    const pid_t child = ::fork();
+    if (child < 0) {
+        die("no process can be started");
+    }
+    if (child == 0) {
+        settle(parent);
         std::vector<char*> arguments;
         arguments.reserve(command.size() + 1);
         for (const std::string& word : command) {
@@ -99,22 +112,28 @@ Process Process::start(const std::vector<std::string>& command, const std::funct
             prepare();
         }
         (void)::execvp(arguments[0], arguments.data());
-    });
-}
-
-Process Process::run(const std::function<void()>& work) {
-    (void)std::fflush(stdout);
-    const pid_t parent = ::getpid();
-    const pid_t child = ::fork();
-    if (child < 0) {
-        die("no process can be started");
-    }
-    if (child == 0) {
-        settle(parent);
-        work();
         std::_Exit(127);
     }
     return Process(child);
+}
+
+Process Process::as(const std::string& role, const std::vector<std::string>& arguments,
+                    const std::function<void()>& prepare) {
+    std::vector<std::string> command = {"/proc/self/exe", kRoleOption, role};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return start(command, prepare);
+}
+
+RegisterRole::RegisterRole(const char* name, Role role) {
+    roles()[name] = std::move(role);
+}
+
+void play(const std::vector<std::string>& words) {
+    if (words.empty() || !roles().contains(words[0])) {
+        die("no such role");
+    }
+    roles().at(words[0])({words.begin() + 1, words.end()});
+    std::_Exit(0);
 }
 
 bool Process::running() {

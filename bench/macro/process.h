@@ -26,8 +26,9 @@ public:
 
     /// @param prepare runs in the child, before the program takes its place
     static Process start(const std::vector<std::string>& command, const std::function<void()>& prepare = {});
-    /// A child that runs `work`, and has ended when that returns.
-    static Process run(const std::function<void()>& work);
+    /// A child of a role that RegisterRole has.
+    static Process as(const std::string& role, const std::vector<std::string>& arguments,
+                      const std::function<void()>& prepare = {});
 
     [[nodiscard]] pid_t pid() const { return mPid; }
     [[nodiscard]] bool running();
@@ -38,6 +39,21 @@ private:
     explicit Process(pid_t pid) : mPid(pid) {}
     pid_t mPid = -1;
 };
+
+/// What this program can be beside the benchmark: who serves us is started anew. A mere fork would lie in memory just as we
+/// do, which no real server does, and the processor's branch prediction would take the one for the other and gain from it;
+/// and some libraries do not survive a fork.
+using Role = std::function<void(const std::vector<std::string>& arguments)>;
+
+/// As a static object: puts it on the list.
+struct RegisterRole {
+    RegisterRole(const char* name, Role role);
+};
+
+/// The first argument of a program that is to play a role: kRoleOption ROLE ARGUMENTS...
+inline constexpr const char* kRoleOption = "--as";
+/// Ends the program with the role.
+[[noreturn]] void play(const std::vector<std::string>& words);
 
 /// @return "" when there is none
 std::string findProgram(const std::string& name);
