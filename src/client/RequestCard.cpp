@@ -4,6 +4,7 @@
 #include <cstring>
 #include <optional>
 
+#include "base/LargePages.h"
 #include "client/Participant.h"
 #include "inet/AgentProtocol.h"
 #include "inet/RequestRules.h"
@@ -119,6 +120,8 @@ Reply readReply(zv_loc_fw::InPostcard& card) {
         const void* body = nullptr;
         std::size_t size = 0;
         if (card.getBlob(protocol::kHttpRespData, &body, &size) == 0) {
+            reply.body.reserve(size);
+            zv_loc_fw::preferLargePages(reply.body.data(), size);
             reply.body.assign(static_cast<const char*>(body), size);
         }
     }

@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "base/LargePages.h"
 #include "base/ModuleLog.h"
 #include "mq/Envelope.h"
 #include "mq/MessageQueueClientImpl.h"
@@ -41,6 +42,7 @@ int MqClientIpcListener::receive(const char* data, uint32_t length) {
         return 2;
     }
     if (length > 0) {
+        preferLargePages(copy.get(), length);
         std::memcpy(copy.get(), data, length);
     }
     const void* bytes = copy.get();

@@ -1,12 +1,10 @@
 #include "postcard/OutMemoryStreamImpl.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
-#include <cstdint>
 #include <new>
 #include <utility>
 
+#include "base/LargePages.h"
 #include "base/checked.h"
 #include "base/log.h"
 
@@ -22,18 +20,11 @@ constexpr int kNothingToAppend = 2;
 constexpr int kNoMemory = 3;
 constexpr int kAppendFailed = 2;
 
-// From here on the pages cost more than the copy: the kernel may give large ones. With pages of 4 KiB those have this size;
-// where they are larger, it gives those that fit.
-constexpr size_t kLargePagesFrom = size_t{4} << 20;
-constexpr size_t kLargePage = size_t{2} << 20;
-
 /// @return null without memory
 std::unique_ptr<char[]> allocate(size_t capacity) {
     std::unique_ptr<char[]> bytes(new (std::nothrow) char[capacity]);
-    if (bytes != nullptr && capacity >= kLargePagesFrom) {
-        const size_t before = (kLargePage - reinterpret_cast<uintptr_t>(bytes.get()) % kLargePage) % kLargePage;
-        // A kernel without them says so, and nothing is lost.
-        (void)::madvise(bytes.get() + before, (capacity - before) / kLargePage * kLargePage, MADV_HUGEPAGE);
+    if (bytes != nullptr) {
+        preferLargePages(bytes.get(), capacity);
     }
     return bytes;
 }
