@@ -12,8 +12,8 @@ namespace bench {
 /// Each end is bound, and addresses the other by its path on every send, as participants do.
 class DatagramEnd : public BytesEnd {
 public:
-    /// @param checked looks whether the other's file is there before a send, and at a message's length before a receive, as
-    ///        participants do
+    /// @param checked looks whether the other's file is there before a send, and at a message's length before a
+    ///        receive, as participants do
     DatagramEnd(const std::string& path, bool server, bool checked);
     ~DatagramEnd() override;
     DatagramEnd(const DatagramEnd&) = delete;

@@ -104,9 +104,18 @@ std::vector<const ExchangeRow*> rowsOf(const ExchangeTable& table) {
     return rows;
 }
 
+/// The heap gives large blocks back to the system until one of them has been freed, and keeps them from then on: so
+/// what a body costs would depend on those before.
+void keepLargeBlocks() {
+    constexpr std::size_t kLargestKept = std::size_t{31} << 20;
+    void* const volatile block = std::malloc(kLargestKept);  // volatile: else it is left out
+    std::free(block);
+}
+
 int main(int argc, char** argv) {
     if (argc > 1 && std::string_view(argv[1]) == kRoleOption) {
         (void)curl_global_init(CURL_GLOBAL_ALL);
+        keepLargeBlocks();
         play({argv + 2, argv + argc});
     }
     Options options;
@@ -146,11 +155,7 @@ int main(int argc, char** argv) {
         ::access(kSystemCaFile, R_OK) == 0 ? test_support::readFile(kSystemCaFile) : std::string();
     test_support::writeFile(kAgentCaFile, authorities + authority_pem);
     (void)curl_global_init(CURL_GLOBAL_ALL);
-    // The heap gives large blocks back to the system until one of them has been freed, and keeps them from then on: so what
-    // the limit costs would depend on the tables before.
-    constexpr std::size_t kLargestKept = std::size_t{31} << 20;
-    void* const volatile block = std::malloc(kLargestKept);  // volatile: else it is left out
-    std::free(block);
+    keepLargeBlocks();
 
     test_support::writeFile(kCertificateFile, certificate.certificatePem);
     test_support::writeFile(kKeyFile, certificate.keyPem);

@@ -186,7 +186,7 @@ const RegisterRole kRole(kEchoRole, [](const std::vector<std::string>& /*argumen
 const RegisterExchange kRows[] = {
     RegisterExchange(datagramRow()),
     RegisterExchange(bytesRow(
-        "the same, file and length looked at",
+        "datagram by path, file and length looked at",
         [](const std::string& path, bool server) { return std::make_unique<DatagramEnd>(path, server, true); })),
     RegisterExchange(ExchangeRow{kAgent,
                                  {"message/round-trip", "message/one-way"},

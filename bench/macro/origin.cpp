@@ -150,7 +150,7 @@ SSL_CTX* makeContext(const std::string& certificateFile, const std::string& keyF
 
 constexpr const char* kRole = "origin";
 
-/// @param arguments descriptors: listening for HTTP, for HTTPS, and that of release(); the certificate's and the key's file
+/// @param arguments descriptors: listening for HTTP, for HTTPS, that of release(); the certificate's and the key's file
 const RegisterRole kOriginRole(kRole, [](const std::vector<std::string>& arguments) {
     (void)::signal(SIGPIPE, SIG_IGN);
     const int release = std::stoi(arguments.at(2));

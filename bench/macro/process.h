@@ -40,9 +40,9 @@ private:
     pid_t mPid = -1;
 };
 
-/// What this program can be beside the benchmark: who serves us is started anew. A mere fork would lie in memory just as we
-/// do, which no real server does, and the processor's branch prediction would take the one for the other and gain from it;
-/// and some libraries do not survive a fork.
+/// What this program can be beside the benchmark: who serves us is started anew. A mere fork would lie in memory just
+/// as we do, which no real server does; the processor's branch prediction takes the one for the other and gains from it.
+/// And some libraries do not survive a fork.
 using Role = std::function<void(const std::vector<std::string>& arguments)>;
 
 /// As a static object: puts it on the list.

@@ -121,7 +121,7 @@ Reply readReply(zv_loc_fw::InPostcard& card) {
         std::size_t size = 0;
         if (card.getBlob(protocol::kHttpRespData, &body, &size) == 0) {
             reply.body.reserve(size);
-            zv_loc_fw::preferLargePages(reply.body.data(), size);
+            zv_loc_fw::preferLargePages(reply.body.data(), size, zv_loc_fw::kOwnMappingAnywhere);
             reply.body.assign(static_cast<const char*>(body), size);
         }
     }

@@ -12,16 +12,28 @@ namespace {
 
 /// Without a large message for so long, and at most twice that, the pages go back.
 constexpr int64_t kQuietNs = 250'000'000;
+/// Small messages are worth as much as a large one when they are so many bytes.
+constexpr size_t kMany = size_t{1} << 20;
 
 }  // namespace
 
 void HeapTrim::notice(size_t size) {
-    if (size <= platform::kLargeBlock) {
+    mNoticed += size;
+    if (size <= platform::kLargeBlock && mNoticed <= kMany) {
         return;
     }
+    mNoticed = 0;
     mAnother = mArmed;
     if (!mArmed) {
         arm();
+    }
+}
+
+void HeapTrim::jobEnds() {
+    mJobRuns = false;
+    if (mOwed) {
+        mOwed = false;
+        notice(kMany + 1);
     }
 }
 
@@ -32,6 +44,7 @@ int HeapTrim::timerCallback(const TimerDataInterface* /*data*/) {
         arm();
     } else {
         platform::returnFreePages();
+        mOwed = mJobRuns;
     }
     return 0;
 }

@@ -148,6 +148,7 @@ int InetControllerBase::processResult(InPostcard& message) {
     if (mState == kActiveTimedOut) {
         log_verbose(mControllerName, "ignoring response for a request that has timed out");
         mState = kIdle;
+        mHeapTrim.jobEnds();
         return startNextJob() == 0 ? 0 : 7;
     }
     if (mState != kActive) {
@@ -163,6 +164,10 @@ int InetControllerBase::processResult(InPostcard& message) {
     }
     log_verbose(mControllerName, "sending back response to client");
     mState = kIdle;
+    mHeapTrim.jobEnds();
+    if (int32_t received = 0; result != nullptr && result->getInt32(kHttpRespDataSize, received) == 0 && received > 0) {
+        mHeapTrim.notice(static_cast<size_t>(received));  // of a transfer that failed, too: its body is in no message
+    }
     const int forwarded = forwardResult(result.get());
     // Whatever became of the reply: no idle controller keeps jobs waiting.
     const int started = startNextJob();
@@ -258,6 +263,7 @@ int InetControllerBase::setActiveJob(std::unique_ptr<MqMsgWrapper> job) {
         return 31;
     }
     mState = kActive;
+    mHeapTrim.jobBegins();
     // From the hand-over on the job is the worker's alone. If it fails, the state and the timer stay, so that the
     // client still hears at its deadline.
     if (!handToWorker(std::move(job))) {
@@ -304,6 +310,7 @@ bool InetControllerBase::handToWorker(std::unique_ptr<MqMsgWrapper> job) {
 /// Answers a job that never reached the worker, in the worker's stead, so that the next one can be served.
 void InetControllerBase::rejectActiveJob(int code) {
     mState = kIdle;
+    mHeapTrim.jobEnds();
     (void)mJobQueue.clearActiveJobTimer();  // logged there; if it fires all the same, no job is active
     const std::unique_ptr<OutPostcard> rejection = rejectionOf(*mActiveRequestHeader, getSelfIpcName(), code);
     mActiveRequestHeader.reset();

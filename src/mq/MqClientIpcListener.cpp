@@ -42,7 +42,7 @@ int MqClientIpcListener::receive(const char* data, uint32_t length) {
         return 2;
     }
     if (length > 0) {
-        preferLargePages(copy.get(), length);
+        preferLargePages(copy.get(), length, kOwnMappingAnywhere);
         std::memcpy(copy.get(), data, length);
     }
     const void* bytes = copy.get();

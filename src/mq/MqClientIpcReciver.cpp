@@ -19,6 +19,9 @@ namespace zv_loc_fw {
 
 namespace {
 
+/// What refused messages may leave behind in the heap.
+constexpr size_t kMostRefusedBytes = size_t{2} << 20;
+
 /// One of these makes a message; looked for in this order, and only the first that is there is logged.
 constexpr const char* kKinds[] = {envelope::kReq, envelope::kResp, envelope::kInfo};
 
@@ -71,8 +74,10 @@ int MqClientIpcReciver::newMsg(InMemoryStream* stream) {
     if (result != 0) {
         log_error(mName, "newMsg error %d", result);
         card.reset();
-        if (size > platform::kLargeBlock) {
-            platform::returnFreePages();  // the loop, which does so otherwise, never hears of it
+        mRefusedBytes += size;
+        if (mRefusedBytes > kMostRefusedBytes) {
+            mRefusedBytes = 0;
+            platform::returnFreePages();  // the loop, which sees to that otherwise, never hears of these
         }
         return 0;
     }

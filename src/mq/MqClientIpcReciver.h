@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 #include "base/Runnable.h"
 #include "mq/MessageQueueServiceCallback.h"
 
@@ -38,6 +40,7 @@ private:
     BlockingQueue* const mQueue;
     const char* mName = nullptr;
     MessageQueueClientImpl* const mClient;
+    std::size_t mRefusedBytes = 0;  // since their memory was given back
 };
 
 }  // namespace zv_loc_fw

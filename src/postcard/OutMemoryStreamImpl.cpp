@@ -7,6 +7,7 @@
 #include "base/LargePages.h"
 #include "base/checked.h"
 #include "base/log.h"
+#include "platform/HeapPages.h"
 
 namespace zv_loc_fw {
 
@@ -24,7 +25,7 @@ constexpr int kAppendFailed = 2;
 std::unique_ptr<char[]> allocate(size_t capacity) {
     std::unique_ptr<char[]> bytes(new (std::nothrow) char[capacity]);
     if (bytes != nullptr) {
-        preferLargePages(bytes.get(), capacity);
+        preferLargePages(bytes.get(), capacity, platform::kOwnMappingFrom);
     }
     return bytes;
 }
