@@ -7,7 +7,8 @@
 
 namespace zv_loc_fw {
 
-/// Blocks of so many bytes are mappings of their own in every program: the C library's heap never serves them.
+/// Blocks of so many bytes are mappings of their own in every program that has not told its C library otherwise: glibc's
+/// heap serves only smaller ones, however its threshold adapts (mallopt(3), M_MMAP_THRESHOLD).
 inline constexpr size_t kOwnMappingAnywhere = size_t{32} << 20;
 
 /// Lets the kernel serve a block with large pages, which cost a fraction of the small ones that it would be made of.

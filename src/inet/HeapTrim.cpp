@@ -3,54 +3,43 @@
 #include <cstdint>
 
 #include "base/Timestamp.h"
-#include "mq/MqClientControllerBase.h"
+#include "inet/InetControllerBase.h"
 #include "platform/HeapPages.h"
 
 namespace zv_loc_fw {
 
 namespace {
 
-/// Without a large message for so long, and at most twice that, the pages go back.
+/// Without a large message for so long, the pages go back.
 constexpr int64_t kQuietNs = 250'000'000;
-/// Small messages are worth as much as a large one when they are so many bytes.
-constexpr size_t kMany = size_t{1} << 20;
+/// So many bytes of small messages are worth as much as a large one.
+constexpr size_t kManyBytes = size_t{1} << 20;
 
 }  // namespace
 
 void HeapTrim::notice(size_t size) {
-    mNoticed += size;
-    if (size <= platform::kLargeBlock && mNoticed <= kMany) {
-        return;
-    }
-    mNoticed = 0;
-    mAnother = mArmed;
-    if (!mArmed) {
-        arm();
+    mSmallBytes += size;
+    if (size > platform::kLargeBlock || mSmallBytes > kManyBytes) {
+        restartTimer();
     }
 }
 
 void HeapTrim::jobEnds() {
-    mJobRuns = false;
     if (mOwed) {
-        mOwed = false;
-        notice(kMany + 1);
+        restartTimer();
     }
 }
 
 int HeapTrim::timerCallback(const TimerDataInterface* /*data*/) {
-    mArmed = false;
-    if (mAnother) {
-        mAnother = false;
-        arm();
-    } else {
-        platform::returnFreePages();
-        mOwed = mJobRuns;
-    }
+    platform::returnFreePages();
+    mOwed = mOwner->state() != InetControllerBase::kIdle;
     return 0;
 }
 
-void HeapTrim::arm() {
-    mArmed = true;
+void HeapTrim::restartTimer() {
+    mSmallBytes = 0;
+    mOwed = false;
+    (void)mOwner->removeLocalTimer(this, nullptr);
     (void)mOwner->setLocalTimer(TimeDiff(0).add(0, kQuietNs), this, nullptr);
 }
 

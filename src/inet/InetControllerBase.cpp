@@ -263,7 +263,6 @@ int InetControllerBase::setActiveJob(std::unique_ptr<MqMsgWrapper> job) {
         return 31;
     }
     mState = kActive;
-    mHeapTrim.jobBegins();
     // From the hand-over on the job is the worker's alone. If it fails, the state and the timer stay, so that the
     // client still hears at its deadline.
     if (!handToWorker(std::move(job))) {
