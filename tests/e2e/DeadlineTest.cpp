@@ -28,22 +28,6 @@ TEST_F(DeadlineTest, RequestWithoutTimeExpiresAtOnce) {
     expectCard(mClient.exchange(patient), result(patient, 200, "hello\n"));
 }
 
-TEST_F(DeadlineTest, WaitingRequestsExpireWhileAnotherIsServed) {
-    start();
-    const Card active = mClient.get(kTdpDl, mHttp.url("/slow?ms=4000"), 1);
-    const Card second = mClient.get(kTdpDl, mHttp.url("/hello"), 2, 2);
-    const Card first = mClient.get(kTdpDl, mHttp.url("/hello"), 3, 1);
-    const Card patient = mClient.get(kTdpDl, mHttp.url("/status/404"), 4);
-    for (const Card& request : {active, second, first, patient}) {
-        ASSERT_EQ(mClient.send(request), 0);
-    }
-    expectCard(mClient.receive(), errorReply(first, kQueuedTimedOut));
-    expectCard(mClient.receive(), errorReply(second, kQueuedTimedOut));
-    expectCard(mClient.receive(), result(active, 200, "slow\n"));
-    expectCard(mClient.receive(), result(patient, 404, "status 404\n"));
-    EXPECT_EQ(mHttp.requestCount(), 2U);
-}
-
 // A request that the worker rejects yields no result: the controller waits for it beyond the deadline, and serves
 // nobody until one comes, from wherever.
 TEST_F(DeadlineTest, RejectedRequestBlocksItsControllerUntilAResultComes) {

@@ -87,13 +87,6 @@ TEST_F(TransferTest, PostStaysAPostWhateverTheRedirect) {
     }
 }
 
-TEST_F(TransferTest, RetryAfterStandsLast) {
-    const RawServer answer(RawServer::answer(RawServer::response("503 No", {"Retry-After: 9", "Retry-After: 8"}, "x")));
-    start();
-    const Card request = get(answer.url());
-    expectCard(mClient.exchange(request), result(request, 503, "x").int32("HTTP-RETRY-AFTER", 9));
-}
-
 TEST_F(TransferTest, FailedTransferIsAResult) {
     const CertificateAuthority stranger("Stranger");
     const HttpServer untrusted(HttpServer::Tls{stranger.issueServer()});
@@ -306,17 +299,6 @@ TEST_F(TransferTest, DeviceCertificateIsForPostsToTheServiceHost) {
     const Card request = get(service.url("/hello", "posit.localhost"), kTdpDl);
     expectFailed(mClient.exchange(request), request, false, "");
     EXPECT_EQ(service.requestCount(), 1U);
-}
-
-TEST_F(TransferTest, RequestsOfOneControllerAreServedInTheOrderOfArrival) {
-    start();
-    ASSERT_EQ(mClient.send(mClient.get(kCs, mHttp.url("/slow?ms=300"), 1)), 0);
-    for (const int32_t timeout : {30, 20, 60}) {
-        ASSERT_EQ(mClient.send(mClient.get(kCs, mHttp.url("/hello"), timeout, timeout)), 0);
-    }
-    for (const int32_t expected : {1, 30, 20, 60}) {
-        EXPECT_EQ(mClient.receive().value_or(Card()).getInt32("TX-ID"), expected);
-    }
 }
 
 }  // namespace
